@@ -1,0 +1,80 @@
+#include "frame/frame.h"
+
+#include "calibration/ownership.h"
+#include "device/driver.h"
+
+namespace qv {
+
+namespace frame {
+
+LockScope::LockScope() {
+    lock_ = platform::LockOpen(kLockName);
+    if (!lock_ || !tableView) return;
+    const platform::LockWaitResult waited = platform::LockWait(lock_, tableView->sysTimeOut);
+    // A holder that died leaves the lock to the next waiter, which goes on: every
+    // operation keeps the table consistent at each step it writes, and refusing
+    // would only turn one lost call into two.
+    acquired_ = waited == platform::LockWaitResult::kAcquired ||
+                waited == platform::LockWaitResult::kAcquiredAbandoned;
+}
+
+LockScope::~LockScope() {
+    if (acquired_) platform::LockRelease(lock_);
+    if (lock_) platform::LockClose(lock_);
+}
+
+}  // namespace frame
+
+std::int32_t SetSysTimeOut(std::int32_t timeOutMs) {
+    if (timeOutMs < QV_SYS_TIMEOUT_MIN || timeOutMs > QV_SYS_TIMEOUT_MAX) return kFailure;
+    tableView->sysTimeOut = static_cast<std::uint32_t>(timeOutMs);
+    return kSuccess;
+}
+
+std::int32_t DriverVersion() { return QV_DRIVER_VERSION; }
+
+// ---------------------------------------------------------------- load and unload
+
+namespace {
+
+void SetUpAttach(void* base, bool created) {
+    auto* block = static_cast<SharedBlock*>(base);
+    tableView = block;
+    if (created || block->firstLoadDone == 0) {
+        block->firstLoadDone = 1;
+        block->lockHandle = platform::LockCreate(kLockName);
+        SetUpFreshBlock(*block);
+    }
+    ++block->attachCount;
+}
+
+void TearDownDetach(void* base, bool last) {
+    auto* block = static_cast<SharedBlock*>(base);
+    tableView = block;
+    {
+        // Our slots are released under the lock so that no other process sees
+        // them half-closed; if the lock cannot be had they are released anyway.
+        frame::LockScope lock;
+        ReleaseSlotsOfProcess(platform::CurrentProcessId());
+    }
+    if (block->attachCount > 0) --block->attachCount;
+    if (last || block->attachCount == 0) {
+        if (last) platform::LockDestroy(block->lockHandle);
+    }
+    tableView = nullptr;
+    UnloadDriver();
+}
+
+}  // namespace
+
+namespace frame {
+
+void ProcessAttach() {
+    platform::SharedBlockAttach(kSharedBlockName, sizeof(SharedBlock), SetUpAttach);
+}
+
+void ProcessDetach() { platform::SharedBlockDetach(TearDownDetach); }
+
+}  // namespace frame
+
+}  // namespace qv

@@ -1,0 +1,430 @@
+// POSIX implementation of the platform layer (Linux).
+//
+// Shared block: a POSIX shared-memory object. Its lifetime follows the live
+// processes that have the library loaded, not a counter: every loader holds a
+// shared flock on a "presence" object for as long as it is attached, and the
+// kernel drops that lock when the process dies, however it dies. An attach that
+// can take the presence lock exclusively knows that nobody else is alive and
+// starts from a fresh block; a detach that can do so knows it is the last one.
+// A separate "guard" flock serialises attaches and detaches machine-wide.
+//
+// Machine-wide lock: a process-shared, robust, recursive pthread mutex in its
+// own shared-memory object named after the lock. Robustness gives the lock back
+// when its holder dies; the next waiter is told so (kAcquiredAbandoned).
+#include "platform/platform.h"
+
+#include <dirent.h>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/file.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <mutex>
+
+namespace qv::platform {
+
+namespace {
+
+// Shared-memory names allow one leading slash and no other.
+std::string ObjectName(const char* base, const char* suffix) {
+    std::string name = "/";
+    name += base;
+    for (char c : GetEnv(kEnvNamespace)) {
+        const bool plain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
+                           (c >= '0' && c <= '9') || c == '_' || c == '-' || c == '.';
+        name += plain ? c : '_';
+    }
+    name += suffix;
+    return name;
+}
+
+int OpenObject(const std::string& name, int flags) {
+    // Other users of the machine share the block: do not let the umask decide.
+    const int fd = shm_open(name.c_str(), flags | O_CLOEXEC, 0666);
+    if (fd >= 0 && (flags & O_CREAT)) fchmod(fd, 0666);
+    return fd;
+}
+
+int FlockRetry(int fd, int op) {
+    int rc;
+    do {
+        rc = flock(fd, op);
+    } while (rc != 0 && errno == EINTR);
+    return rc;
+}
+
+// Per-process attachment state; touched only by the load and unload
+// notifications, which the dynamic loader serialises within a process.
+struct Attachment {
+    std::string guardName;
+    std::string presenceName;
+    std::string blockName;
+    int presenceFd = -1;
+    void* base = nullptr;
+    std::size_t size = 0;
+};
+Attachment g_attachment;
+
+void* MapObject(int fd, std::size_t size) {
+    void* p = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    return p == MAP_FAILED ? nullptr : p;
+}
+
+// ---------------------------------------------------------------- lock object
+
+struct LockObject {
+    std::uint32_t magic;
+    std::uint32_t ready;
+    pthread_mutex_t mutex;
+};
+constexpr std::uint32_t kLockMagic = 0x51564d58;  // "QVMX"
+
+// The lock's mapping, made once per process on first open and kept: while this
+// process is attached the object cannot be replaced (only the last detach
+// destroys it), so a cached view is always the current one.
+std::mutex g_lockMapGuard;
+std::string g_lockMapName;
+LockObject* g_lockMap = nullptr;
+
+LockObject* MapLock(const std::string& name, bool create) {
+    const int fd = OpenObject(name, create ? (O_RDWR | O_CREAT | O_TRUNC) : O_RDWR);
+    if (fd < 0) return nullptr;
+    if (create && ftruncate(fd, sizeof(LockObject)) != 0) {
+        close(fd);
+        return nullptr;
+    }
+    struct stat st {};
+    if (fstat(fd, &st) != 0 || static_cast<std::size_t>(st.st_size) < sizeof(LockObject)) {
+        close(fd);
+        return nullptr;
+    }
+    auto* lock = static_cast<LockObject*>(MapObject(fd, sizeof(LockObject)));
+    close(fd);
+    return lock;
+}
+
+}  // namespace
+
+std::string GetEnv(const char* name) {
+    const char* value = std::getenv(name);
+    return value ? std::string(value) : std::string();
+}
+
+// ---------------------------------------------------------------- shared block
+
+SharedAttach SharedBlockAttach(const char* name, std::size_t size,
+                               void (*setUp)(void* base, bool created)) {
+    SharedAttach result;
+    Attachment& a = g_attachment;
+    a.guardName = ObjectName(name, ".guard");
+    a.presenceName = ObjectName(name, ".live");
+    a.blockName = ObjectName(name, "");
+    a.size = size;
+
+    const int guardFd = OpenObject(a.guardName, O_RDWR | O_CREAT);
+    if (guardFd < 0) return result;
+    if (FlockRetry(guardFd, LOCK_EX) != 0) {
+        close(guardFd);
+        return result;
+    }
+    a.presenceFd = OpenObject(a.presenceName, O_RDWR | O_CREAT);
+    if (a.presenceFd >= 0) {
+        const bool alone = FlockRetry(a.presenceFd, LOCK_EX | LOCK_NB) == 0;
+        int blockFd = -1;
+        if (!alone) blockFd = OpenObject(a.blockName, O_RDWR);
+        if (blockFd < 0) {
+            // Nobody alive (or a live process lost the block): start afresh.
+            // A block left by processes that were killed is discarded here.
+            shm_unlink(a.blockName.c_str());
+            blockFd = OpenObject(a.blockName, O_RDWR | O_CREAT | O_EXCL);
+            if (blockFd >= 0 && ftruncate(blockFd, static_cast<off_t>(size)) != 0) {
+                close(blockFd);
+                blockFd = -1;
+            }
+            result.created = true;
+        }
+        if (blockFd >= 0) {
+            struct stat st {};
+            if (fstat(blockFd, &st) == 0 && static_cast<std::size_t>(st.st_size) >= size)
+                a.base = MapObject(blockFd, size);
+            close(blockFd);
+        }
+        // Held shared for the life of the attachment (converted from the
+        // exclusive probe when we were alone; the guard makes that safe).
+        if (a.base && FlockRetry(a.presenceFd, LOCK_SH) == 0) {
+            result.base = a.base;
+            setUp(a.base, result.created);
+        } else {
+            if (a.base) munmap(a.base, size);
+            a.base = nullptr;
+            result.created = false;
+            close(a.presenceFd);
+            a.presenceFd = -1;
+        }
+    }
+    FlockRetry(guardFd, LOCK_UN);
+    close(guardFd);
+    return result;
+}
+
+void SharedBlockDetach(void (*tearDown)(void* base, bool last)) {
+    Attachment& a = g_attachment;
+    if (!a.base) return;
+    const int guardFd = OpenObject(a.guardName, O_RDWR | O_CREAT);
+    const bool guarded = guardFd >= 0 && FlockRetry(guardFd, LOCK_EX) == 0;
+    // Trying to upgrade to exclusive tells whether anyone else is still alive.
+    const bool last = guarded && FlockRetry(a.presenceFd, LOCK_EX | LOCK_NB) == 0;
+    tearDown(a.base, last);
+    munmap(a.base, a.size);
+    a.base = nullptr;
+    if (last) shm_unlink(a.blockName.c_str());
+    close(a.presenceFd);
+    a.presenceFd = -1;
+    if (guardFd >= 0) {
+        if (guarded) FlockRetry(guardFd, LOCK_UN);
+        close(guardFd);
+    }
+}
+
+// ---------------------------------------------------------------- machine-wide lock
+
+std::uint64_t LockCreate(const char* name) {
+    const std::string objectName = ObjectName(name, "");
+    std::lock_guard<std::mutex> guard(g_lockMapGuard);
+    if (g_lockMap) {
+        munmap(g_lockMap, sizeof(LockObject));
+        g_lockMap = nullptr;
+    }
+    LockObject* lock = MapLock(objectName, true);
+    if (!lock) return 0;
+    pthread_mutexattr_t attr;
+    pthread_mutexattr_init(&attr);
+    pthread_mutexattr_setpshared(&attr, PTHREAD_PROCESS_SHARED);
+    pthread_mutexattr_setrobust(&attr, PTHREAD_MUTEX_ROBUST);
+    pthread_mutexattr_settype(&attr, PTHREAD_MUTEX_RECURSIVE);
+    const int rc = pthread_mutex_init(&lock->mutex, &attr);
+    pthread_mutexattr_destroy(&attr);
+    if (rc != 0) {
+        munmap(lock, sizeof(LockObject));
+        shm_unlink(objectName.c_str());
+        return 0;
+    }
+    lock->magic = kLockMagic;
+    lock->ready = 1;
+    g_lockMap = lock;
+    g_lockMapName = objectName;
+    return 1;  // the object is found by name; the value only marks "created"
+}
+
+void LockDestroy(std::uint64_t created) {
+    std::lock_guard<std::mutex> guard(g_lockMapGuard);
+    if (created == 0) return;
+    if (g_lockMap) {
+        munmap(g_lockMap, sizeof(LockObject));
+        g_lockMap = nullptr;
+    }
+    if (!g_lockMapName.empty()) shm_unlink(g_lockMapName.c_str());
+}
+
+LockRef LockOpen(const char* name) {
+    std::lock_guard<std::mutex> guard(g_lockMapGuard);
+    if (!g_lockMap) {
+        const std::string objectName = ObjectName(name, "");
+        LockObject* lock = MapLock(objectName, false);
+        if (!lock) return 0;
+        if (lock->magic != kLockMagic || lock->ready != 1) {
+            munmap(lock, sizeof(LockObject));
+            return 0;
+        }
+        g_lockMap = lock;
+        g_lockMapName = objectName;
+    }
+    return reinterpret_cast<LockRef>(g_lockMap);
+}
+
+LockWaitResult LockWait(LockRef ref, std::uint32_t timeoutMs) {
+    auto* lock = reinterpret_cast<LockObject*>(ref);
+    if (!lock) return LockWaitResult::kFailed;
+    timespec deadline {};
+    clock_gettime(CLOCK_MONOTONIC, &deadline);
+    deadline.tv_sec += static_cast<time_t>(timeoutMs / 1000);
+    deadline.tv_nsec += static_cast<long>(timeoutMs % 1000) * 1000000L;
+    if (deadline.tv_nsec >= 1000000000L) {
+        deadline.tv_sec += 1;
+        deadline.tv_nsec -= 1000000000L;
+    }
+    int rc;
+    do {
+        rc = pthread_mutex_clocklock(&lock->mutex, CLOCK_MONOTONIC, &deadline);
+    } while (rc == EINTR);
+    switch (rc) {
+        case 0:
+            return LockWaitResult::kAcquired;
+        case EOWNERDEAD:
+            pthread_mutex_consistent(&lock->mutex);
+            return LockWaitResult::kAcquiredAbandoned;
+        case ETIMEDOUT:
+            return LockWaitResult::kTimedOut;
+        default:
+            return LockWaitResult::kFailed;
+    }
+}
+
+void LockRelease(LockRef ref) {
+    auto* lock = reinterpret_cast<LockObject*>(ref);
+    if (lock) pthread_mutex_unlock(&lock->mutex);
+}
+
+void LockClose(LockRef) {
+    // The mapping is kept for the life of the attachment (see LockOpen).
+}
+
+// ---------------------------------------------------------------- processes and time
+
+std::uint32_t CurrentProcessId() { return static_cast<std::uint32_t>(getpid()); }
+
+std::vector<std::uint32_t> RunningProcessIds(std::size_t max) {
+    std::vector<std::uint32_t> ids;
+    DIR* dir = opendir("/proc");
+    if (!dir) return ids;
+    while (dirent* entry = readdir(dir)) {
+        if (ids.size() >= max) break;
+        char* end = nullptr;
+        const unsigned long pid = std::strtoul(entry->d_name, &end, 10);
+        if (end == entry->d_name || *end != '\0' || pid == 0) continue;
+        // A zombie has exited: it no longer counts as running.
+        char statPath[64];
+        std::snprintf(statPath, sizeof statPath, "/proc/%lu/stat", pid);
+        if (FILE* f = std::fopen(statPath, "r")) {
+            char buffer[512];
+            const size_t n = std::fread(buffer, 1, sizeof buffer - 1, f);
+            std::fclose(f);
+            buffer[n] = '\0';
+            const char* close = std::strrchr(buffer, ')');
+            if (close && close[1] == ' ' && close[2] == 'Z') continue;
+        }
+        ids.push_back(static_cast<std::uint32_t>(pid));
+    }
+    closedir(dir);
+    return ids;
+}
+
+void SleepMs(std::uint32_t ms) {
+    timespec t {static_cast<time_t>(ms / 1000), static_cast<long>(ms % 1000) * 1000000L};
+    while (nanosleep(&t, &t) != 0 && errno == EINTR) {
+    }
+}
+
+std::uint32_t TickMs() {
+    timespec t {};
+    clock_gettime(CLOCK_MONOTONIC, &t);
+    return static_cast<std::uint32_t>(static_cast<std::uint64_t>(t.tv_sec) * 1000u +
+                                      static_cast<std::uint64_t>(t.tv_nsec) / 1000000u);
+}
+
+// ---------------------------------------------------------------- dynamic libraries
+
+std::uintptr_t LibraryLoad(const char* file) {
+    return reinterpret_cast<std::uintptr_t>(dlopen(file, RTLD_NOW | RTLD_LOCAL));
+}
+
+void* LibrarySymbol(std::uintptr_t library, const char* name) {
+    if (!library) return nullptr;
+    return dlsym(reinterpret_cast<void*>(library), name);
+}
+
+void LibraryUnload(std::uintptr_t library) {
+    if (library) dlclose(reinterpret_cast<void*>(library));
+}
+
+const char* DefaultDriverFile() { return "libQVUSBDRVD.so"; }
+
+// ---------------------------------------------------------------- files
+
+std::string DataDirectory() {
+    std::string dir = GetEnv(kEnvDataDir);
+    if (dir.empty()) dir = "/var/lib/qv_api2";
+    while (dir.size() > 1 && dir.back() == '/') dir.pop_back();
+    return dir;
+}
+
+std::string JoinPath(const std::string& directory, const std::string& file) {
+    if (directory.empty()) return file;
+    if (directory.back() == '/') return directory + file;
+    return directory + "/" + file;
+}
+
+bool ReadFile(const std::string& path, std::vector<std::uint8_t>& contents) {
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return false;
+    contents.clear();
+    std::uint8_t buffer[65536];
+    bool ok = true;
+    for (;;) {
+        const ssize_t n = read(fd, buffer, sizeof buffer);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) {
+            ok = false;
+            break;
+        }
+        if (n == 0) break;
+        contents.insert(contents.end(), buffer, buffer + n);
+    }
+    close(fd);
+    return ok;
+}
+
+namespace {
+void MakeParents(const std::string& path) {
+    for (std::size_t i = 1; i < path.size(); ++i) {
+        if (path[i] != '/') continue;
+        const std::string prefix = path.substr(0, i);
+        mkdir(prefix.c_str(), 0777);
+    }
+}
+}  // namespace
+
+bool WriteFileAtomic(const std::string& path, const void* data, std::size_t size) {
+    MakeParents(path);
+    std::string temp = path + ".tmp" + std::to_string(getpid());
+    const int fd = open(temp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (fd < 0) return false;
+    const auto* bytes = static_cast<const std::uint8_t*>(data);
+    std::size_t done = 0;
+    bool ok = true;
+    while (done < size) {
+        const ssize_t n = write(fd, bytes + done, size - done);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) {
+            ok = false;
+            break;
+        }
+        done += static_cast<std::size_t>(n);
+    }
+    if (ok && fsync(fd) != 0) ok = false;
+    if (close(fd) != 0) ok = false;
+    if (ok && rename(temp.c_str(), path.c_str()) != 0) ok = false;
+    if (!ok) unlink(temp.c_str());
+    return ok;
+}
+
+bool FileExists(const std::string& path) {
+    struct stat st {};
+    return stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode);
+}
+
+bool RemoveFile(const std::string& path) { return unlink(path.c_str()) == 0; }
+
+}  // namespace qv::platform
+
+// Load and unload notifications of the library.
+__attribute__((constructor)) static void QvLibraryLoaded() { qv::frame::ProcessAttach(); }
+__attribute__((destructor)) static void QvLibraryUnloaded() { qv::frame::ProcessDetach(); }
