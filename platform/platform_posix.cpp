@@ -61,12 +61,23 @@ int FlockRetry(int fd, int op) {
     return rc;
 }
 
+// A name kept in a global: plain storage, because the unload notification
+// may run after the process's static objects have been destroyed.
+struct ObjectNameBuffer {
+    char text[256] = {};
+    void Set(const std::string& name) {
+        std::snprintf(text, sizeof text, "%s", name.c_str());
+    }
+    std::string Get() const { return text; }
+    const char* c_str() const { return text; }
+};
+
 // Per-process attachment state; touched only by the load and unload
 // notifications, which the dynamic loader serialises within a process.
 struct Attachment {
-    std::string guardName;
-    std::string presenceName;
-    std::string blockName;
+    ObjectNameBuffer guardName;
+    ObjectNameBuffer presenceName;
+    ObjectNameBuffer blockName;
     int presenceFd = -1;
     void* base = nullptr;
     std::size_t size = 0;
@@ -91,7 +102,7 @@ constexpr std::uint32_t kLockMagic = 0x51564d58;  // "QVMX"
 // process is attached the object cannot be replaced (only the last detach
 // destroys it), so a cached view is always the current one.
 std::mutex g_lockMapGuard;
-std::string g_lockMapName;
+ObjectNameBuffer g_lockMapName;
 LockObject* g_lockMap = nullptr;
 
 LockObject* MapLock(const std::string& name, bool create) {
@@ -124,27 +135,27 @@ SharedAttach SharedBlockAttach(const char* name, std::size_t size,
                                void (*setUp)(void* base, bool created)) {
     SharedAttach result;
     Attachment& a = g_attachment;
-    a.guardName = ObjectName(name, ".guard");
-    a.presenceName = ObjectName(name, ".live");
-    a.blockName = ObjectName(name, "");
+    a.guardName.Set(ObjectName(name, ".guard"));
+    a.presenceName.Set(ObjectName(name, ".live"));
+    a.blockName.Set(ObjectName(name, ""));
     a.size = size;
 
-    const int guardFd = OpenObject(a.guardName, O_RDWR | O_CREAT);
+    const int guardFd = OpenObject(a.guardName.Get(), O_RDWR | O_CREAT);
     if (guardFd < 0) return result;
     if (FlockRetry(guardFd, LOCK_EX) != 0) {
         close(guardFd);
         return result;
     }
-    a.presenceFd = OpenObject(a.presenceName, O_RDWR | O_CREAT);
+    a.presenceFd = OpenObject(a.presenceName.Get(), O_RDWR | O_CREAT);
     if (a.presenceFd >= 0) {
         const bool alone = FlockRetry(a.presenceFd, LOCK_EX | LOCK_NB) == 0;
         int blockFd = -1;
-        if (!alone) blockFd = OpenObject(a.blockName, O_RDWR);
+        if (!alone) blockFd = OpenObject(a.blockName.Get(), O_RDWR);
         if (blockFd < 0) {
             // Nobody alive (or a live process lost the block): start afresh.
             // A block left by processes that were killed is discarded here.
             shm_unlink(a.blockName.c_str());
-            blockFd = OpenObject(a.blockName, O_RDWR | O_CREAT | O_EXCL);
+            blockFd = OpenObject(a.blockName.Get(), O_RDWR | O_CREAT | O_EXCL);
             if (blockFd >= 0 && ftruncate(blockFd, static_cast<off_t>(size)) != 0) {
                 close(blockFd);
                 blockFd = -1;
@@ -178,7 +189,7 @@ SharedAttach SharedBlockAttach(const char* name, std::size_t size,
 void SharedBlockDetach(void (*tearDown)(void* base, bool last)) {
     Attachment& a = g_attachment;
     if (!a.base) return;
-    const int guardFd = OpenObject(a.guardName, O_RDWR | O_CREAT);
+    const int guardFd = OpenObject(a.guardName.Get(), O_RDWR | O_CREAT);
     const bool guarded = guardFd >= 0 && FlockRetry(guardFd, LOCK_EX) == 0;
     // Trying to upgrade to exclusive tells whether anyone else is still alive.
     const bool last = guarded && FlockRetry(a.presenceFd, LOCK_EX | LOCK_NB) == 0;
@@ -220,7 +231,7 @@ std::uint64_t LockCreate(const char* name) {
     lock->magic = kLockMagic;
     lock->ready = 1;
     g_lockMap = lock;
-    g_lockMapName = objectName;
+    g_lockMapName.Set(objectName);
     return 1;  // the object is found by name; the value only marks "created"
 }
 
@@ -231,7 +242,7 @@ void LockDestroy(std::uint64_t created) {
         munmap(g_lockMap, sizeof(LockObject));
         g_lockMap = nullptr;
     }
-    if (!g_lockMapName.empty()) shm_unlink(g_lockMapName.c_str());
+    if (g_lockMapName.text[0]) shm_unlink(g_lockMapName.c_str());
 }
 
 LockRef LockOpen(const char* name) {
@@ -245,7 +256,7 @@ LockRef LockOpen(const char* name) {
             return 0;
         }
         g_lockMap = lock;
-        g_lockMapName = objectName;
+        g_lockMapName.Set(objectName);
     }
     return reinterpret_cast<LockRef>(g_lockMap);
 }

@@ -1,0 +1,150 @@
+// Several real processes sharing the library: the shared table, the
+// machine-wide lock and the lifetime of both.
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "support/peer_process.h"
+
+using qv::test::PeerProcess;
+
+namespace {
+
+const std::string kFreeSlot = "0:0:-:0";
+
+std::vector<std::string> Slots(PeerProcess& peer) {
+    std::istringstream in(peer.Ask("slots"));
+    std::vector<std::string> slots;
+    for (std::string s; in >> s;) slots.push_back(s);
+    return slots;
+}
+
+std::string Owned(const PeerProcess& owner, const std::string& serial, int address) {
+    return "1:" + std::to_string(owner.Pid()) + ":" + serial + ":" + std::to_string(address);
+}
+
+int FirstNumber(const std::string& line) { return std::stoi(line); }
+int SecondNumber(const std::string& line) { return std::stoi(line.substr(line.find(' ') + 1)); }
+
+}  // namespace
+
+TEST(MultiProcess, FirstLoadStartsWithDefaultsAndFreeSlots) {
+    PeerProcess a;
+    ASSERT_TRUE(a.Started());
+    EXPECT_EQ(a.Ask("state"), "timeout=500 attach=1 first=1");
+    const auto slots = Slots(a);
+    ASSERT_EQ(slots.size(), 13u);
+    for (const auto& s : slots) EXPECT_EQ(s, kFreeSlot);
+}
+
+TEST(MultiProcess, SecondProcessSeesTheFirstsRecordsAtOnce) {
+    PeerProcess a;
+    ASSERT_EQ(a.Ask("claim ABC123 5"), "0");
+    ASSERT_EQ(a.Ask("set-timeout 1234"), "1");
+    PeerProcess b;
+    EXPECT_EQ(b.Ask("state"), "timeout=1234 attach=2 first=1");
+    EXPECT_EQ(Slots(b)[0], Owned(a, "ABC123", 5));
+    // And the other way round, without any call in between.
+    ASSERT_EQ(b.Ask("claim XYZ789 9"), "1");
+    EXPECT_EQ(Slots(a)[1], Owned(b, "XYZ789", 9));
+}
+
+TEST(MultiProcess, LockHeldBeyondTheTimeOutRefusesOtherProcesses) {
+    PeerProcess holder, other;
+    ASSERT_EQ(holder.Ask("set-timeout 200"), "1");
+    ASSERT_EQ(holder.Ask("hold 3000"), "holding");
+    const std::string answer = other.Ask("timed-set-timeout 300");
+    EXPECT_EQ(FirstNumber(answer), -1);
+    // It gave up after about the time-out, not after the holder let go.
+    EXPECT_GE(SecondNumber(answer), 150);
+    EXPECT_LT(SecondNumber(answer), 2500);
+    EXPECT_EQ(other.Ask("state"), "timeout=200 attach=2 first=1");
+    EXPECT_EQ(holder.ReadLine(), "released");
+    EXPECT_EQ(other.Ask("set-timeout 300"), "1");
+}
+
+TEST(MultiProcess, HolderKilledWhileHoldingTheLockBlocksNobody) {
+    PeerProcess holder, other;
+    ASSERT_EQ(holder.Ask("hold 0"), "holding");
+    holder.Kill();
+    // The next holder goes on with its call.
+    EXPECT_EQ(other.Ask("set-timeout 777"), "1");
+    EXPECT_EQ(other.Ask("state"), "timeout=777 attach=2 first=1");
+    EXPECT_EQ(other.Ask("set-timeout 778"), "1");
+}
+
+TEST(MultiProcess, WaiterGetsTheLockWhenTheHolderIsKilled) {
+    PeerProcess holder, waiter;
+    ASSERT_EQ(holder.Ask("set-timeout 5000"), "1");
+    ASSERT_EQ(holder.Ask("hold 0"), "holding");
+    waiter.Send("timed-set-timeout 600");
+    holder.Kill();
+    const std::string answer = waiter.ReadLine();
+    EXPECT_EQ(FirstNumber(answer), 1);
+    EXPECT_LT(SecondNumber(answer), 4000);
+}
+
+TEST(MultiProcess, ProcessThatExitsFreesItsOwnSlotsAndNoOthers) {
+    PeerProcess a, b;
+    ASSERT_EQ(b.Ask("claim BBB001 2"), "0");
+    ASSERT_EQ(a.Ask("claim AAA001 1"), "1");
+    ASSERT_EQ(a.Ask("claim AAA002 3"), "2");
+    ASSERT_EQ(b.Ask("claim BBB002 4"), "3");
+    EXPECT_EQ(a.Exit(), 0);
+    const auto slots = Slots(b);
+    EXPECT_EQ(slots[0], Owned(b, "BBB001", 2));
+    EXPECT_EQ(slots[1], kFreeSlot);
+    EXPECT_EQ(slots[2], kFreeSlot);
+    EXPECT_EQ(slots[3], Owned(b, "BBB002", 4));
+    EXPECT_EQ(b.Ask("state"), "timeout=500 attach=1 first=1");
+}
+
+TEST(MultiProcess, NextLoadAfterTheLastUnloadStartsAfresh) {
+    {
+        PeerProcess a;
+        ASSERT_EQ(a.Ask("claim AAA001 1"), "0");
+        ASSERT_EQ(a.Ask("set-timeout 4321"), "1");
+        EXPECT_EQ(a.Exit(), 0);
+    }
+    PeerProcess b;
+    EXPECT_EQ(b.Ask("state"), "timeout=500 attach=1 first=1");
+    EXPECT_EQ(Slots(b)[0], kFreeSlot);
+}
+
+TEST(MultiProcess, NextLoadAfterTheLastProcessWasKilledStartsAfresh) {
+    {
+        PeerProcess a, b;
+        ASSERT_EQ(a.Ask("claim AAA001 1"), "0");
+        ASSERT_EQ(a.Ask("set-timeout 4321"), "1");
+        ASSERT_EQ(b.Ask("hold 0"), "holding");
+        a.Kill();
+        b.Kill();
+    }
+    PeerProcess c;
+    EXPECT_EQ(c.Ask("state"), "timeout=500 attach=1 first=1");
+    EXPECT_EQ(Slots(c)[0], kFreeSlot);
+    EXPECT_EQ(c.Ask("set-timeout 100"), "1");
+}
+
+TEST(MultiProcess, BlockSurvivesWhileALiveProcessStillHasIt) {
+    PeerProcess a;
+    ASSERT_EQ(a.Ask("set-timeout 2222"), "1");
+    {
+        PeerProcess b;
+        b.Kill();
+    }
+    {
+        PeerProcess c;
+        EXPECT_EQ(c.Exit(), 0);
+    }
+    PeerProcess d;
+    EXPECT_EQ(d.Ask("state").substr(0, 12), "timeout=2222");
+}
+
+TEST(MultiProcess, VersionAnswersWhileAnotherProcessHoldsTheLock) {
+    PeerProcess holder, other;
+    ASSERT_EQ(holder.Ask("hold 2000"), "holding");
+    EXPECT_EQ(other.Ask("version", 1000), "100101");
+}

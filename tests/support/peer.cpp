@@ -1,0 +1,127 @@
+// A process that has the library loaded and obeys commands, one per line on
+// standard input, answering one line each on standard output. The
+// multi-process tests start several of these.
+//
+// It links the library's code directly, so it can also reach internals that
+// have no export (claiming a slot without a sensor, holding the lock).
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <iostream>
+#include <sstream>
+#include <string>
+
+#include "calibration/ownership.h"
+#include "frame/frame.h"
+#include "frame/shared_table.h"
+#include "qv_api2.h"
+
+using namespace qv;
+
+namespace {
+
+// Claims the first free slot for this process, as initialisation will.
+std::int32_t ClaimSlot(const std::string& serial, std::int32_t address) {
+    for (int s = 0; s < kSlotCount; ++s) {
+        DeviceRecord& r = Slot(s);
+        if (r.inUse != 0) continue;
+        r.inUse = 1;
+        r.ownerPid = platform::CurrentProcessId();
+        std::memset(r.serial, 0, sizeof r.serial);
+        std::strncpy(r.serial, serial.c_str(), kSerialChars);
+        r.address = address;
+        r.devId = s + 1;
+        return s;
+    }
+    return -1;
+}
+
+std::string DescribeSlots() {
+    std::ostringstream out;
+    for (int s = 0; s < kSlotCount; ++s) {
+        const DeviceRecord& r = Slot(s);
+        out << (s ? " " : "") << r.inUse << ':' << r.ownerPid << ':'
+            << (r.serial[0] ? r.serial : "-") << ':' << r.address;
+    }
+    return out.str();
+}
+
+void Reply(const std::string& line) {
+    std::cout << line << std::endl;
+}
+
+}  // namespace
+
+int main() {
+    if (!tableView) {
+        Reply("no-table");
+        return 1;
+    }
+    Reply("ready " + std::to_string(platform::CurrentProcessId()));
+    std::string line;
+    while (std::getline(std::cin, line)) {
+        std::istringstream in(line);
+        std::string command;
+        in >> command;
+        if (command == "exit") {
+            Reply("bye");
+            return 0;
+        } else if (command == "set-timeout") {
+            int value = 0;
+            in >> value;
+            Reply(std::to_string(QV_SetSysTimeOut(value)));
+        } else if (command == "timed-set-timeout") {
+            // How long one entry frame took, and what it returned.
+            int value = 0;
+            in >> value;
+            const auto start = std::chrono::steady_clock::now();
+            const int rc = QV_SetSysTimeOut(value);
+            const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(
+                                std::chrono::steady_clock::now() - start)
+                                .count();
+            Reply(std::to_string(rc) + " " + std::to_string(ms));
+        } else if (command == "version") {
+            Reply(std::to_string(QV_DriverVersion()));
+        } else if (command == "state") {
+            // Read without the lock on purpose: it must answer even while
+            // another process holds it.
+            std::ostringstream out;
+            out << "timeout=" << tableView->sysTimeOut << " attach=" << tableView->attachCount
+                << " first=" << tableView->firstLoadDone;
+            Reply(out.str());
+        } else if (command == "slots") {
+            Reply(DescribeSlots());
+        } else if (command == "claim") {
+            std::string serial;
+            int address = 0;
+            in >> serial >> address;
+            Reply(std::to_string(Enter([&] { return ClaimSlot(serial, address); })));
+        } else if (command == "release-all") {
+            Reply(std::to_string(Enter([] {
+                ReleaseSlotsOfProcess(platform::CurrentProcessId());
+                return 1;
+            })));
+        } else if (command == "hold") {
+            // Takes the lock and keeps it for the given milliseconds (forever
+            // when 0): the lock is then held by a live, or later killed, process.
+            int ms = 0;
+            in >> ms;
+            frame::LockScope lock;
+            if (!lock.Acquired()) {
+                Reply("not-acquired");
+                continue;
+            }
+            Reply("holding");
+            if (ms == 0) {
+                for (;;) pause();
+            }
+            platform::SleepMs(static_cast<std::uint32_t>(ms));
+            Reply("released");
+        } else {
+            Reply("unknown " + command);
+        }
+    }
+    return 0;
+}
