@@ -1,5 +1,10 @@
 #include "calibration/ownership.h"
 
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+
+#include "device/discovery.h"
 #include "device/driver.h"
 #include "device/transport.h"
 #include "frame/lookups.h"
@@ -7,26 +12,79 @@
 
 namespace qv {
 
+void CloseSlotHandles(DeviceRecord& r) {
+    if (IsHandle(r.winUsbHandle)) {
+        try {
+            driver::CloseWinUSBHandle(r.winUsbHandle);
+        } catch (const DriverFault&) {
+        }
+    }
+    CloseDevice(r.deviceHandle);
+}
+
 std::int32_t UninitializeSlot(std::int32_t slot) {
     if (slot < 0 || slot >= kSlotCount) return -1;
-    DeviceRecord& r = Slot(slot);
-    if (OwnedByCaller(slot)) {
-        if (IsHandle(r.winUsbHandle)) {
-            try {
-                driver::CloseWinUSBHandle(r.winUsbHandle);
-            } catch (const DriverFault&) {
-            }
-        }
-        CloseDevice(r.deviceHandle);
-    }
-    ResetDeviceRecord(slot);
-    r.ownerPid = 0;
+    if (OwnedByCaller(slot)) CloseSlotHandles(Slot(slot));
+    ResetReleasedRecord(slot);
     return 1;
 }
 
+std::int32_t UninitializeSensorCore(const char* serial) {
+    for (int s = 0; s < kSlotCount; ++s) {
+        DeviceRecord& r = Slot(s);
+        if (r.inUse == 0 || !SerialNumbersEqualExactly(r.serial, serial)) continue;
+        if (OwnedByCaller(s) && r.deviceHandle != -1) CloseSlotHandles(r);
+        ResetReleasedRecord(s);
+        return 1;
+    }
+    return -1;
+}
+
+std::int32_t UninitializeSensor_SN(const char* serial) {
+    if (!IsValidSerialNumber(serial)) return -1;
+    bool owned = false;
+    for (int s = 0; s < kSlotCount && !owned; ++s) {
+        const DeviceRecord& r = Slot(s);
+        owned = r.inUse > 0 && SerialNumbersMatch(r.serial, serial) && OwnedByCaller(s);
+    }
+    if (!owned) return -1;
+    return UninitializeSensorCore(serial);
+}
+
 void ReleaseSlotsOfProcess(std::uint32_t pid) {
+    if (pid == 0) return;
+    for (int s = 0; s < kSlotCount; ++s) {
+        if (Slot(s).ownerPid != pid) continue;
+        char serial[kSerialChars + 1];
+        std::memcpy(serial, Slot(s).serial, sizeof serial);
+        // A slot whose serial is lost still must not outlive its owner.
+        if (UninitializeSensorCore(serial) != 1 || Slot(s).ownerPid == pid) UninitializeSlot(s);
+    }
+}
+
+std::int32_t ReInit_Idx(std::int32_t index) {
+    TransientDevice device(OpenDevice_Idx(index), true);
+    return device.Valid() ? 0 : -1;
+}
+
+std::int32_t ReInit_Addr(std::int32_t address) { return ReInit_Idx(GetIndex_Addr(address)); }
+
+namespace {
+std::int32_t Magnitude(std::int32_t index) { return index == INT_MIN ? -1 : std::abs(index); }
+}  // namespace
+
+std::int32_t IsDeviceInUse_Idx(std::int32_t index) {
+    const std::int32_t device = Magnitude(index);
     for (int s = 0; s < kSlotCount; ++s)
-        if (Slot(s).ownerPid == pid && pid != 0) UninitializeSlot(s);
+        if (Slot(s).devId == device) return Slot(s).inUse == 1 ? 1 : 0;
+    return 0;
+}
+
+std::int32_t IsDeviceMine_Idx(std::int32_t index) {
+    const std::int32_t device = Magnitude(index);
+    for (int s = 0; s < kSlotCount; ++s)
+        if (Slot(s).inUse > 0 && Slot(s).devId == device) return OwnedByCaller(s) ? 1 : 0;
+    return 0;
 }
 
 }  // namespace qv

@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+#include "qv_api2.h"
+
 namespace qv {
 
 inline constexpr std::uint8_t kAddressRegion = 2;
@@ -24,5 +26,37 @@ std::int32_t SerialFromDevicePath(std::int32_t index, char* serial);
 // The device index answering to `address`: the index, 0 when none, -1 for an
 // address outside 0..255, -5 when a device could not be opened.
 std::int32_t GetIndex_Addr(std::int32_t address);
+
+}  // namespace qv
+
+namespace qv {
+
+// Validity rules of the names callers give.
+bool IsValidSerialNumber(const char* serial);    // present, 5 or 6 characters
+bool IsValidAddress(std::int32_t address);       // 1..255
+bool IsValidDeviceIndex(std::int32_t index);     // 1..device count
+bool IsByteAddress(std::int32_t address);        // 0..255
+
+// Four LED flashes, one second in all: 1; -2 when an LED request fails.
+std::int32_t BlinkLED(std::int64_t h);
+
+// Operations behind the discovery exports.
+std::int32_t SensorCnt();
+std::int32_t SensorList(SensorListEntry* list, std::int32_t length);
+std::int32_t GetIndex_SN(const char* serial);
+std::int32_t GetSerNo_Addr(std::int32_t address, char* serial);
+std::int32_t GetSerNo_Idx(std::int32_t index, char* serial);
+std::int32_t GetAddress_SN(const char* serial);
+std::int32_t GetAddress_Idx(std::int32_t index);
+std::int32_t SetAddress_SN(const char* serial, std::int32_t address);
+std::int32_t SetAddress_Idx(std::int32_t index, std::int32_t address);
+std::int32_t ChangeAddress(std::int32_t oldAddress, std::int32_t newAddress);
+std::int32_t AddressConflictExists();
+std::int32_t WillAddressConflict(std::int32_t address);
+std::int32_t IsSensorConnected_SN(const char* serial);
+std::int32_t IsSensorConnected_Addr(std::int32_t address);
+std::int32_t BlinkLED_SN(const char* serial);
+std::int32_t BlinkLED_Addr(std::int32_t address);
+std::int32_t BlinkLED_Idx(std::int32_t index);
 
 }  // namespace qv

@@ -44,11 +44,7 @@ std::int64_t OpenDevice_SN(const char* serial) {
         if (!device.Valid()) continue;
         char found[100] = {};
         const std::int32_t r = ReadSerialNumberString(device.get(), found, sizeof found);
-        if (r > 0 && SerialNumbersMatch(found, serial)) {
-            const std::int64_t h = device.get();
-            device.Reset(-1, false);  // handed to the caller
-            return h;
-        }
+        if (r > 0 && SerialNumbersMatch(found, serial)) return device.Release();
     }
     return -1;
 }
@@ -73,10 +69,8 @@ std::int64_t OpenDevice_Addr(std::int32_t address, bool* lent) {
         if (!device.Valid()) return -1;
         std::int32_t found = 0;
         if (ReadSensorAddress(device.get(), &found) == 1 && found == address) {
-            const std::int64_t h = device.get();
-            device.Reset(-1, false);
             if (lent) *lent = fromSlot;
-            return h;
+            return device.Release();
         }
     }
     return -1;

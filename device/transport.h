@@ -109,6 +109,13 @@ public:
         owned_ = owned;
     }
     std::int64_t get() const { return handle_; }
+    // Hands the handle over to the caller, who closes it from now on.
+    std::int64_t Release() {
+        const std::int64_t h = handle_;
+        handle_ = -1;
+        owned_ = false;
+        return h;
+    }
     bool Valid() const { return IsHandle(handle_); }
     // Closes now; the driver's close result is of no interest.
     void Close();

@@ -30,6 +30,10 @@ bool SerialNumbersMatch(const char* a, const char* b) {
     return true;
 }
 
+bool SerialNumbersEqualExactly(const char* stored, const char* serial) {
+    return stored && serial && std::strncmp(stored, serial, kSerialChars) == 0;
+}
+
 bool OwnedByCaller(std::int32_t slot) {
     return slot >= 0 && slot < kSlotCount && Slot(slot).ownerPid == Me();
 }
@@ -140,6 +144,14 @@ std::int32_t InUseSlotBySerial(const char* serial) {
     for (int s = 0; s < kSlotCount; ++s) {
         const DeviceRecord& r = Slot(s);
         if (r.inUse == 1 && SerialNumbersMatch(r.serial, serial)) return s;
+    }
+    return kNoSlot;
+}
+
+std::int32_t GetInUseSlotByAddress(std::int32_t address) {
+    for (int s = 0; s < kSlotCount; ++s) {
+        const DeviceRecord& r = Slot(s);
+        if (r.inUse == 1 && r.address == address) return s;
     }
     return kNoSlot;
 }

@@ -11,6 +11,10 @@ namespace qv {
 // ends earlier matches only one that ends at the same place.
 bool SerialNumbersMatch(const char* a, const char* b);
 
+// The first six characters, case-sensitive (how initialisation and release
+// compare a caller's serial with a slot's).
+bool SerialNumbersEqualExactly(const char* stored, const char* serial);
+
 // 1 when the first slot in use (in-use > 0) with this address belongs to the
 // calling process; 0 when it belongs to another or there is none.
 std::int32_t IsDeviceMine_Addr(std::int32_t address);
@@ -41,6 +45,8 @@ std::int32_t ResolveSlot_Addr(std::int32_t address, std::int32_t* devId, std::in
 
 // Index of the first slot with in-use exactly 1 holding `serial`; -1 if none.
 std::int32_t InUseSlotBySerial(const char* serial);
+// Index of the first slot with in-use exactly 1 holding `address`; -1 if none.
+std::int32_t GetInUseSlotByAddress(std::int32_t address);
 // Index of the first slot with in-use exactly 1 holding device index `devId`.
 std::int32_t InUseSlotByDevId(std::int32_t devId);
 

@@ -37,6 +37,13 @@ void ResetCalibrationGrid(DeviceRecord& r) {
 
 }  // namespace
 
+void ResetReleasedRecord(int index) {
+    DeviceRecord& r = Slot(index);
+    ResetHeader(r);
+    r.ownerPid = 0;
+    ResetCalibrationGrid(r);
+}
+
 void ResetDeviceRecord(int index) {
     DeviceRecord& r = Slot(index);
     ResetHeader(r);

@@ -260,6 +260,10 @@ inline DeviceRecord& Slot(int index) { return tableView->table[index]; }
 // Puts slot `index` into its reset state (owner process id untouched).
 void ResetDeviceRecord(int index);
 
+// The reset of a slot whose sensor is released: header (owner included) and
+// the default calibration grid; settings, registers and traces stay.
+void ResetReleasedRecord(int index);
+
 // First-load set-up of a freshly created, zero-filled block.
 void SetUpFreshBlock(SharedBlock& block);
 

@@ -82,6 +82,19 @@ int main() {
                                 std::chrono::steady_clock::now() - start)
                                 .count();
             Reply(std::to_string(rc) + " " + std::to_string(ms));
+        } else if (command == "spin") {
+            // Calls an export that takes the lock, back to back, for the given
+            // milliseconds: load from a second process for the benchmarks.
+            int ms = 0;
+            in >> ms;
+            Reply("spinning");
+            const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+            long calls = 0;
+            while (std::chrono::steady_clock::now() < end) {
+                for (int i = 0; i < 1000; ++i) QV_SetSysTimeOut(500);
+                calls += 1000;
+            }
+            Reply(std::to_string(calls));
         } else if (command == "version") {
             Reply(std::to_string(QV_DriverVersion()));
         } else if (command == "state") {

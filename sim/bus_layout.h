@@ -1,0 +1,159 @@
+// Layout of the bus file: one header page, then one fixed-size record per sensor.
+// Every process that uses the bus maps this file, so the structures hold no
+// pointers, only fixed-width fields. docs/sim.md describes the same layout; change
+// kBusVersion whenever it changes.
+#ifndef QVSIM_BUS_LAYOUT_H
+#define QVSIM_BUS_LAYOUT_H
+
+#include <cstddef>
+#include <cstdint>
+
+#include "qvsim.h"
+#include "sim_os.h"
+
+namespace qvsim {
+
+inline constexpr std::uint32_t kBusMagic = 0x53425651u;  // "QVBS" in a little-endian dump
+inline constexpr std::uint32_t kBusVersion = 1;
+inline constexpr std::size_t kPageBytes = 4096;
+
+inline constexpr int kMaxSensors = QVSIM_MAX_SENSORS;
+inline constexpr int kMaxHandles = 64;  // open device handles per sensor
+inline constexpr int kMaxFaults = 16;
+inline constexpr std::uint32_t kTranscriptEntries = QVSIM_TRANSCRIPT_ENTRIES;
+inline constexpr std::uint32_t kBulkInBytes = QVSIM_BULK_IN_BYTES;
+inline constexpr std::uint32_t kBulkOutKept = 64;
+inline constexpr std::uint32_t kMemoryBytes = QVSIM_MEMORY_BYTES;
+
+struct TimingModel {
+    std::uint32_t controlMicros;
+    std::uint32_t bulkBytesPerSecond;
+    std::uint32_t realTimeouts;
+    std::uint32_t reserved;
+};
+
+struct BusHeader {
+    std::uint32_t magic;
+    std::uint32_t version;
+    std::uint32_t headerBytes;   // offset of the first sensor record
+    std::uint32_t recordBytes;   // stride of the sensor records
+    std::uint32_t maxSensors;
+    std::uint32_t lockRecoveries;  // times a dead holder's lock was taken over
+    std::uint64_t fileBytes;
+    std::uint64_t busStamp;        // differs for every bus file created
+    std::uint64_t nextAddSequence;  // enumeration order of sensors
+    std::uint32_t nextHandleNonce;
+    std::uint32_t reserved;
+    TimingModel timing;
+    alignas(64) unsigned char lock[os::kSharedLockBytes];
+};
+
+// Fields of a fault rule follow qvsim_fault; kind 0 marks a free rule.
+struct FaultRule {
+    std::int32_t kind;
+    std::int32_t code;
+    std::int32_t skip;
+    std::int32_t remaining;  // QVSIM_ALWAYS or times left
+    std::int32_t arg;
+    std::int32_t reserved;
+};
+
+// One open device handle; nonce 0 marks a free entry.
+struct HandleEntry {
+    std::uint32_t nonce;
+    std::uint32_t pid;
+};
+
+struct TranscriptEntry {
+    std::uint64_t seq;
+    std::int32_t kind;
+    std::int32_t code;
+    std::int32_t length;
+    std::int32_t result;
+    std::int32_t transferred;
+    std::uint8_t dataLength;
+    std::uint8_t data[8];
+    std::uint8_t reserved[3];
+};
+
+struct Identity {
+    char serial[QVSIM_TEXT_CHARS];
+    char pathSerial[QVSIM_TEXT_CHARS];
+    char product[QVSIM_LONG_TEXT_CHARS];
+    char firmware[QVSIM_LONG_TEXT_CHARS];
+};
+
+// What the sensor's firmware holds in RAM: lost at every unplug.
+struct DeviceState {
+    std::uint8_t ledOn;
+    std::uint8_t triggerInEnabled;
+    std::uint8_t triggerInInverted;
+    std::uint8_t triggerOutEnabled;
+    std::uint8_t triggerOutInverted;
+    std::uint8_t antiAliasing;
+    std::uint8_t recorderOut;
+    std::uint8_t runningMode;
+    std::uint8_t stopStage;  // 1 after 179, 2 after 179 195
+    std::uint8_t writeOpen;
+    std::uint8_t memoryRegion;
+    std::uint8_t sweepCommand[4];
+    std::uint8_t reserved;
+    std::uint16_t memoryPosition;
+    std::uint16_t workingLocation;
+    std::uint16_t triggerOutVariant;
+    std::int32_t thresholds[4];
+    std::int32_t measureReadings;
+    std::uint32_t ledToggles;
+    std::uint32_t stopSequences;
+    std::uint32_t initPings;
+    std::uint32_t measureStarts;
+    std::uint32_t sweepStarts;
+    std::uint32_t ignoredWrites;
+    std::int32_t recorderWord;  // -1 until a write of two or more bytes
+    std::uint32_t bulkOutWrites;
+    std::uint32_t bulkOutLength;
+    std::uint8_t bulkOutLast[kBulkOutKept];
+    std::uint32_t bulkInHead;   // ring of kBulkInBytes
+    std::uint32_t bulkInCount;
+};
+
+struct SensorRecord {
+    std::uint32_t inUse;
+    std::uint32_t plugged;
+    std::uint64_t addSequence;
+    std::uint32_t opens;
+    std::uint32_t closes;
+    Identity identity;
+    DeviceState state;
+    FaultRule faults[kMaxFaults];
+    HandleEntry handles[kMaxHandles];
+    std::uint64_t transcriptTotal;
+    TranscriptEntry transcript[kTranscriptEntries];
+    std::uint8_t region2[kMemoryBytes];  // non-volatile
+    std::uint8_t region6[kMemoryBytes];  // non-volatile
+    std::uint8_t working[kMemoryBytes];  // volatile
+    std::uint8_t bulkIn[kBulkInBytes];
+};
+
+inline constexpr std::size_t RoundToPage(std::size_t bytes) {
+    return (bytes + kPageBytes - 1) / kPageBytes * kPageBytes;
+}
+
+inline constexpr std::size_t kHeaderBytes = RoundToPage(sizeof(BusHeader));
+inline constexpr std::size_t kRecordBytes = RoundToPage(sizeof(SensorRecord));
+inline constexpr std::size_t kBusFileBytes = kHeaderBytes + kMaxSensors * kRecordBytes;
+
+// The offsets docs/sim.md gives; a change here is a new kBusVersion.
+static_assert(kHeaderBytes == kPageBytes, "header fits one page");
+static_assert(offsetof(BusHeader, timing) == 56 && offsetof(BusHeader, lock) == 128, "header layout");
+static_assert(sizeof(TranscriptEntry) == 40 && sizeof(FaultRule) == 24 && sizeof(DeviceState) == 152, "entry layouts");
+static_assert(offsetof(SensorRecord, identity) == 24 && offsetof(SensorRecord, state) == 216 &&
+                  offsetof(SensorRecord, faults) == 368 && offsetof(SensorRecord, handles) == 752 &&
+                  offsetof(SensorRecord, transcriptTotal) == 1264 && offsetof(SensorRecord, transcript) == 1272 &&
+                  offsetof(SensorRecord, region2) == 165112 && offsetof(SensorRecord, bulkIn) == 361720,
+              "sensor record layout");
+static_assert(kRecordBytes == 626688, "record stride");
+
+}  // namespace qvsim
+
+#endif

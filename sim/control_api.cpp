@@ -1,0 +1,452 @@
+// The qvsim_ control functions: building the bus and looking into the sensors.
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+
+#include "bus.h"
+#include "qvsim.h"
+#include "sensor.h"
+
+namespace qvsim {
+
+namespace {
+
+// Runs operation(bus) with the bus locked; QVSIM_E_NO_BUS without a bus.
+template <typename Operation>
+auto WithBus(Operation operation) -> decltype(operation(std::declval<Bus&>())) {
+    std::shared_ptr<Bus> bus = AttachedBus();
+    if (!bus) return QVSIM_E_NO_BUS;
+    BusLock lock(*bus);
+    if (!lock.held()) return QVSIM_E_NO_BUS;
+    return operation(*bus);
+}
+
+template <typename Operation>
+auto WithSensor(int id, Operation operation) -> decltype(operation(std::declval<Bus&>(), std::declval<SensorRecord&>())) {
+    return WithBus([&](Bus& bus) -> decltype(operation(bus, std::declval<SensorRecord&>())) {
+        SensorRecord* sensor = bus.sensor(id);
+        if (sensor == nullptr) return QVSIM_E_NO_SENSOR;
+        return operation(bus, *sensor);
+    });
+}
+
+bool FitsText(const char* text, std::size_t capacity) { return text != nullptr && std::strlen(text) < capacity; }
+
+template <std::size_t N>
+void CopyText(char (&target)[N], const char* text) {
+    std::memset(target, 0, N);
+    std::memcpy(target, text, std::strlen(text));
+}
+
+bool IsByte(int value) { return value >= 0 && value <= 255; }
+
+bool ValidSpan(int start, int len, const void* data) {
+    return start >= 0 && len >= 0 && start + static_cast<long>(len) <= static_cast<long>(kMemoryBytes) &&
+           (len == 0 || data != nullptr);
+}
+
+int LowestFreeAddress(Bus& bus) {
+    bool used[256] = {};
+    for (int id = 0; id < kMaxSensors; ++id)
+        if (const SensorRecord* sensor = bus.sensor(id)) used[sensor->region2[QVSIM_POS_ADDRESS]] = true;
+    for (int address = 1; address <= 255; ++address)
+        if (!used[address]) return address;
+    return 1;
+}
+
+bool ValidSpec(const qvsim_sensor_spec& spec) {
+    const bool erasedDate = spec.due_year == -1 && spec.due_month == -1 && spec.due_day == -1;
+    return FitsText(spec.serial, QVSIM_TEXT_CHARS) &&
+           (spec.path_serial == nullptr || FitsText(spec.path_serial, QVSIM_TEXT_CHARS)) &&
+           FitsText(spec.product, QVSIM_LONG_TEXT_CHARS) && FitsText(spec.firmware, QVSIM_LONG_TEXT_CHARS) &&
+           (spec.address == -1 || IsByte(spec.address)) &&
+           (erasedDate || (IsByte(spec.due_year) && IsByte(spec.due_month) && IsByte(spec.due_day)));
+}
+
+int AddSensor(Bus& bus, const qvsim_sensor_spec& spec) {
+    int id = 0;
+    while (id < kMaxSensors && bus.record(id).inUse != 0) ++id;
+    if (id == kMaxSensors) return QVSIM_E_FULL;
+    const int address = spec.address == -1 ? LowestFreeAddress(bus) : spec.address;
+    SensorRecord& sensor = bus.record(id);
+    std::memset(&sensor, 0, sizeof sensor);
+    CopyText(sensor.identity.serial, spec.serial);
+    CopyText(sensor.identity.pathSerial, spec.path_serial != nullptr ? spec.path_serial : spec.serial);
+    CopyText(sensor.identity.product, spec.product);
+    CopyText(sensor.identity.firmware, spec.firmware);
+    WriteFactoryImage(sensor, FactoryData{address, spec.due_year, spec.due_month, spec.due_day});
+    sensor.inUse = 1;
+    sensor.plugged = 1;
+    sensor.addSequence = bus.header().nextAddSequence++;
+    PowerOn(sensor);
+    return id;
+}
+
+void FillState(const SensorRecord& sensor, qvsim_sensor_state* out) {
+    const DeviceState& state = sensor.state;
+    *out = qvsim_sensor_state{};
+    out->led_on = state.ledOn;
+    out->led_toggles = state.ledToggles;
+    out->trigger_in_enabled = state.triggerInEnabled;
+    out->trigger_in_inverted = state.triggerInInverted;
+    out->trigger_out_enabled = state.triggerOutEnabled;
+    out->trigger_out_variant = state.triggerOutVariant;
+    out->trigger_out_inverted = state.triggerOutInverted;
+    out->anti_aliasing = state.antiAliasing;
+    out->recorder_out = state.recorderOut;
+    out->running_mode = state.runningMode;
+    out->stop_sequences = state.stopSequences;
+    out->init_pings = state.initPings;
+    out->measure_readings = state.measureReadings;
+    out->measure_starts = state.measureStarts;
+    out->sweep_starts = state.sweepStarts;
+    std::memcpy(out->sweep_command, state.sweepCommand, sizeof out->sweep_command);
+    std::copy(std::begin(state.thresholds), std::end(state.thresholds), out->thresholds);
+    out->memory_region = state.memoryRegion;
+    out->memory_position = state.memoryPosition;
+    out->write_open = state.writeOpen;
+    out->ignored_writes = state.ignoredWrites;
+    out->working_location = state.workingLocation;
+    out->recorder_word = state.recorderWord;
+    out->bulk_out_writes = state.bulkOutWrites;
+    out->bulk_in_pending = static_cast<int>(state.bulkInCount);
+    out->opens = sensor.opens;
+    out->closes = sensor.closes;
+}
+
+void FillTransfer(const TranscriptEntry& entry, qvsim_transfer* out) {
+    *out = qvsim_transfer{};
+    out->seq = static_cast<long long>(entry.seq);
+    out->kind = entry.kind;
+    out->code = entry.code;
+    out->length = entry.length;
+    out->result = entry.result;
+    out->transferred = entry.transferred;
+    out->data_len = entry.dataLength;
+    std::memcpy(out->data, entry.data, sizeof out->data);
+}
+
+int MemoryAccess(int id, int region, int position, void* data, const void* source, int len) {
+    if ((region != QVSIM_REGION_CAL_A && region != QVSIM_REGION_CAL_B) || !ValidSpan(position, len, source ? source : data))
+        return QVSIM_E_ARG;
+    return WithSensor(id, [&](Bus&, SensorRecord& sensor) {
+        std::uint8_t* memory = RegionMemory(sensor, region) + position;
+        if (len > 0) {
+            if (source != nullptr) std::memcpy(memory, source, static_cast<std::size_t>(len));
+            else std::memcpy(data, memory, static_cast<std::size_t>(len));
+        }
+        return len;
+    });
+}
+
+int WorkingAccess(int id, int location, void* data, const void* source, int len) {
+    if (!ValidSpan(location, len, source ? source : data)) return QVSIM_E_ARG;
+    return WithSensor(id, [&](Bus&, SensorRecord& sensor) {
+        if (len > 0) {
+            if (source != nullptr) std::memcpy(sensor.working + location, source, static_cast<std::size_t>(len));
+            else std::memcpy(data, sensor.working + location, static_cast<std::size_t>(len));
+        }
+        return len;
+    });
+}
+
+const char* PathOrEnvironment(const char* path) {
+    if (path != nullptr) return path;
+    const char* fromEnvironment = std::getenv(QVSIM_BUS_ENV);
+    return fromEnvironment != nullptr && *fromEnvironment != '\0' ? fromEnvironment : nullptr;
+}
+
+}  // namespace
+
+}  // namespace qvsim
+
+using namespace qvsim;
+
+extern "C" {
+
+int qvsim_bus_create(const char* path) {
+    const char* target = PathOrEnvironment(path);
+    if (target == nullptr) return QVSIM_E_ARG;
+    int error = QVSIM_OK;
+    std::shared_ptr<Bus> bus = Bus::Create(target, &error);
+    if (!bus) return error;
+    AttachBus(std::move(bus));
+    return QVSIM_OK;
+}
+
+int qvsim_bus_open(const char* path) {
+    const char* target = PathOrEnvironment(path);
+    if (target == nullptr) return QVSIM_E_ARG;
+    int error = QVSIM_OK;
+    std::shared_ptr<Bus> bus = Bus::Open(target, &error);
+    if (!bus) return error;
+    AttachBus(std::move(bus));
+    return QVSIM_OK;
+}
+
+int qvsim_bus_close(void) {
+    AttachBus(nullptr);
+    return QVSIM_OK;
+}
+
+int qvsim_bus_lock(void) {
+    std::shared_ptr<Bus> bus = AttachedBus();
+    return bus && bus->Lock() ? QVSIM_OK : QVSIM_E_NO_BUS;
+}
+
+int qvsim_bus_unlock(void) {
+    std::shared_ptr<Bus> bus = AttachedBus();
+    if (!bus) return QVSIM_E_NO_BUS;
+    bus->Unlock();
+    return QVSIM_OK;
+}
+
+int qvsim_bus_recoveries(void) {
+    return WithBus([](Bus& bus) { return static_cast<int>(bus.header().lockRecoveries); });
+}
+
+void qvsim_sensor_spec_init(qvsim_sensor_spec* spec) {
+    if (spec == nullptr) return;
+    *spec = qvsim_sensor_spec{};
+    spec->product = "QV442A";
+    spec->firmware = "V1.00";
+    spec->address = -1;
+    spec->due_year = spec->due_month = spec->due_day = -1;
+}
+
+int qvsim_sensor_add(const qvsim_sensor_spec* spec) {
+    if (spec == nullptr || !ValidSpec(*spec)) return QVSIM_E_ARG;
+    return WithBus([spec](Bus& bus) { return AddSensor(bus, *spec); });
+}
+
+int qvsim_sensor_remove(int id) {
+    return WithSensor(id, [](Bus&, SensorRecord& sensor) {
+        Unplug(sensor);
+        sensor.inUse = 0;
+        return QVSIM_OK;
+    });
+}
+
+int qvsim_sensor_unplug(int id) {
+    return WithSensor(id, [](Bus&, SensorRecord& sensor) {
+        if (sensor.plugged == 0) return QVSIM_E_STATE;
+        Unplug(sensor);
+        return QVSIM_OK;
+    });
+}
+
+int qvsim_sensor_replug(int id) {
+    return WithSensor(id, [](Bus&, SensorRecord& sensor) {
+        if (sensor.plugged != 0) return QVSIM_E_STATE;
+        sensor.plugged = 1;
+        PowerOn(sensor);
+        return QVSIM_OK;
+    });
+}
+
+int qvsim_sensor_list(int* ids, int max) {
+    if (max < 0 || (max > 0 && ids == nullptr)) return QVSIM_E_ARG;
+    return WithBus([&](Bus& bus) {
+        int all[kMaxSensors];
+        int count = 0;
+        for (int id = 0; id < kMaxSensors; ++id)
+            if (bus.sensor(id) != nullptr) all[count++] = id;
+        std::sort(all, all + count, [&bus](int a, int b) { return bus.record(a).addSequence < bus.record(b).addSequence; });
+        std::copy(all, all + std::min(count, max), ids);
+        return count;
+    });
+}
+
+int qvsim_sensor_at_index(int index0) {
+    return WithBus([index0](Bus& bus) {
+        const int id = PluggedSensorAt(bus, index0);
+        return id >= 0 ? id : QVSIM_E_NO_SENSOR;
+    });
+}
+
+int qvsim_sensor_info_get(int id, qvsim_sensor_info* info) {
+    if (info == nullptr) return QVSIM_E_ARG;
+    return WithSensor(id, [&](Bus& bus, SensorRecord& sensor) {
+        *info = qvsim_sensor_info{};
+        info->id = id;
+        info->plugged = sensor.plugged != 0;
+        info->index0 = EnumerationIndexOf(bus, id);
+        info->address = sensor.region2[QVSIM_POS_ADDRESS];
+        info->open_handles = OpenHandleCount(sensor);
+        CopyText(info->serial, sensor.identity.serial);
+        CopyText(info->path_serial, sensor.identity.pathSerial);
+        CopyText(info->product, sensor.identity.product);
+        CopyText(info->firmware, sensor.identity.firmware);
+        return QVSIM_OK;
+    });
+}
+
+int qvsim_sensor_state_get(int id, qvsim_sensor_state* state) {
+    if (state == nullptr) return QVSIM_E_ARG;
+    return WithSensor(id, [state](Bus&, SensorRecord& sensor) {
+        FillState(sensor, state);
+        return QVSIM_OK;
+    });
+}
+
+int qvsim_set_string(int id, int string_index, const char* text) {
+    const bool product = string_index == QV_DRV_STRING_PRODUCT;
+    if ((!product && string_index != QV_DRV_STRING_SERIAL) ||
+        !FitsText(text, product ? QVSIM_LONG_TEXT_CHARS : QVSIM_TEXT_CHARS))
+        return QVSIM_E_ARG;
+    return WithSensor(id, [&](Bus&, SensorRecord& sensor) {
+        if (product) CopyText(sensor.identity.product, text);
+        else CopyText(sensor.identity.serial, text);
+        return QVSIM_OK;
+    });
+}
+
+int qvsim_set_firmware(int id, const char* text) {
+    if (!FitsText(text, QVSIM_LONG_TEXT_CHARS)) return QVSIM_E_ARG;
+    return WithSensor(id, [text](Bus&, SensorRecord& sensor) {
+        CopyText(sensor.identity.firmware, text);
+        if (sensor.plugged != 0) StoreFirmwareText(sensor);
+        return QVSIM_OK;
+    });
+}
+
+int qvsim_set_address(int id, int address) {
+    if (!IsByte(address)) return QVSIM_E_ARG;
+    return WithSensor(id, [address](Bus&, SensorRecord& sensor) {
+        sensor.region2[QVSIM_POS_ADDRESS] = static_cast<std::uint8_t>(address);
+        return QVSIM_OK;
+    });
+}
+
+int qvsim_get_address(int id) {
+    return WithSensor(id, [](Bus&, SensorRecord& sensor) { return static_cast<int>(sensor.region2[QVSIM_POS_ADDRESS]); });
+}
+
+int qvsim_memory_read(int id, int region, int position, void* data, int len) {
+    return MemoryAccess(id, region, position, data, nullptr, len);
+}
+
+int qvsim_memory_write(int id, int region, int position, const void* data, int len) {
+    return MemoryAccess(id, region, position, nullptr, data, len);
+}
+
+int qvsim_working_read(int id, int location, void* data, int len) {
+    return WorkingAccess(id, location, data, nullptr, len);
+}
+
+int qvsim_working_write(int id, int location, const void* data, int len) {
+    return WorkingAccess(id, location, nullptr, data, len);
+}
+
+int qvsim_add_fault(int id, const qvsim_fault* fault) {
+    if (fault == nullptr || fault->kind < QVSIM_FAULT_REQUEST_FAILS || fault->kind > QVSIM_FAULT_UNPLUG ||
+        fault->skip < 0 || (fault->count < 1 && fault->count != QVSIM_ALWAYS))
+        return QVSIM_E_ARG;
+    return WithSensor(id, [fault](Bus&, SensorRecord& sensor) {
+        for (FaultRule& rule : sensor.faults) {
+            if (rule.kind != 0) continue;
+            rule = FaultRule{fault->kind, fault->code, fault->skip, fault->count, fault->arg, 0};
+            return QVSIM_OK;
+        }
+        return QVSIM_E_FULL;
+    });
+}
+
+int qvsim_clear_faults(int id) {
+    return WithSensor(id, [](Bus&, SensorRecord& sensor) {
+        std::fill(std::begin(sensor.faults), std::end(sensor.faults), FaultRule{});
+        return QVSIM_OK;
+    });
+}
+
+int qvsim_set_timing(const qvsim_timing* timing) {
+    if (timing == nullptr) return QVSIM_E_ARG;
+    return WithBus([timing](Bus& bus) {
+        bus.header().timing = TimingModel{timing->control_us, timing->bulk_bytes_per_s,
+                                          timing->real_timeouts != 0 ? 1u : 0u, 0};
+        return QVSIM_OK;
+    });
+}
+
+int qvsim_get_timing(qvsim_timing* timing) {
+    if (timing == nullptr) return QVSIM_E_ARG;
+    return WithBus([timing](Bus& bus) {
+        const TimingModel& model = bus.header().timing;
+        *timing = qvsim_timing{model.controlMicros, model.bulkBytesPerSecond, static_cast<int>(model.realTimeouts)};
+        return QVSIM_OK;
+    });
+}
+
+long long qvsim_transcript_count(int id) {
+    return WithBus([id](Bus& bus) -> long long {
+        if (id != QVSIM_ALL_SENSORS) {
+            const SensorRecord* sensor = bus.sensor(id);
+            return sensor != nullptr ? static_cast<long long>(sensor->transcriptTotal) : QVSIM_E_NO_SENSOR;
+        }
+        long long total = 0;
+        for (int each = 0; each < kMaxSensors; ++each)
+            if (const SensorRecord* sensor = bus.sensor(each)) total += static_cast<long long>(sensor->transcriptTotal);
+        return total;
+    });
+}
+
+int qvsim_transcript_read(int id, long long first, qvsim_transfer* out, int max) {
+    if (first < 0 || max < 0 || (max > 0 && out == nullptr)) return QVSIM_E_ARG;
+    return WithSensor(id, [&](Bus&, SensorRecord& sensor) {
+        const std::uint64_t total = sensor.transcriptTotal;
+        const std::uint64_t oldest = total > kTranscriptEntries ? total - kTranscriptEntries : 0;
+        int copied = 0;
+        for (std::uint64_t seq = std::max<std::uint64_t>(static_cast<std::uint64_t>(first), oldest);
+             seq < total && copied < max; ++seq)
+            FillTransfer(sensor.transcript[seq % kTranscriptEntries], &out[copied++]);
+        return copied;
+    });
+}
+
+int qvsim_transcript_clear(int id) {
+    return WithBus([id](Bus& bus) {
+        if (id != QVSIM_ALL_SENSORS && bus.sensor(id) == nullptr) return QVSIM_E_NO_SENSOR;
+        for (int each = 0; each < kMaxSensors; ++each) {
+            SensorRecord* sensor = bus.sensor(each);
+            if (sensor != nullptr && (id == QVSIM_ALL_SENSORS || id == each)) sensor->transcriptTotal = 0;
+        }
+        return QVSIM_OK;
+    });
+}
+
+int qvsim_bulk_in_push(int id, const void* data, int len) {
+    if (len < 0 || (len > 0 && data == nullptr)) return QVSIM_E_ARG;
+    return WithSensor(id, [&](Bus&, SensorRecord& sensor) {
+        if (sensor.plugged == 0) return QVSIM_E_STATE;
+        if (!QueueBulkIn(sensor, static_cast<const std::uint8_t*>(data), static_cast<std::uint32_t>(len)))
+            return QVSIM_E_FULL;
+        return len;
+    });
+}
+
+int qvsim_bulk_out_last(int id, void* data, int capacity) {
+    if (capacity < 0 || (capacity > 0 && data == nullptr)) return QVSIM_E_ARG;
+    return WithSensor(id, [&](Bus&, SensorRecord& sensor) {
+        const DeviceState& state = sensor.state;
+        const auto kept = std::min<std::uint32_t>(state.bulkOutLength, kBulkOutKept);
+        const std::size_t copied = std::min<std::size_t>(kept, static_cast<std::size_t>(capacity));
+        if (copied > 0) std::memcpy(data, state.bulkOutLast, copied);
+        return static_cast<int>(state.bulkOutLength);
+    });
+}
+
+const char* qvsim_strerror(int code) {
+    switch (code) {
+        case QVSIM_E_NO_BUS: return "no bus attached";
+        case QVSIM_E_ARG: return "invalid argument";
+        case QVSIM_E_NO_SENSOR: return "no such sensor";
+        case QVSIM_E_FULL: return "no room left";
+        case QVSIM_E_IO: return "bus file cannot be created or mapped";
+        case QVSIM_E_BAD_FILE: return "not a bus file of this version";
+        case QVSIM_E_STATE: return "sensor not in the required state";
+        default: return code >= 0 ? "success" : "unknown error";
+    }
+}
+
+}  // extern "C"

@@ -1,0 +1,52 @@
+// The sensor's side of the wire: what a simulated sensor does with each vendor
+// request and bulk transfer, and what it holds when powered up. Called with the
+// bus lock held.
+#ifndef QVSIM_SENSOR_H
+#define QVSIM_SENSOR_H
+
+#include <cstdint>
+
+#include "bus_layout.h"
+
+namespace qvsim {
+
+enum class Direction { Out, In };
+
+// Largest data stage the sensor's control endpoint takes in one request.
+inline constexpr int kMaxControlData = 64;
+
+// Whether the sensor knows this request in this direction.
+bool IsKnownRequest(Direction direction, int request);
+
+// Carries out a known request. Returns bytes accepted (Out) or returned (In), or -1
+// when the sensor refuses it (payload too short or too long, bad selector).
+int SensorRequestOut(SensorRecord& sensor, int request, const std::uint8_t* data, int length);
+int SensorRequestIn(SensorRecord& sensor, int request, std::uint8_t* reply, int length);
+
+// RAM state of a sensor that was just powered up / pulled out.
+void PowerOn(SensorRecord& sensor);
+void PowerOff(SensorRecord& sensor);
+
+// Writes the firmware text where request 243 points.
+void StoreFirmwareText(SensorRecord& sensor);
+
+// Non-volatile memory access by region; null for regions the sensor does not have.
+std::uint8_t* RegionMemory(SensorRecord& sensor, int region);
+
+// What a factory leaves in a new sensor's non-volatile memory.
+struct FactoryData {
+    int address;                // 0..255
+    int dueYear, dueMonth, dueDay;  // -1: erased
+};
+void WriteFactoryImage(SensorRecord& sensor, const FactoryData& factory);
+
+// Bulk pipes (bulk.cpp). ProduceBulkIn fills at most length bytes for a read of pipe
+// 0x82 and returns how many; 0 means the sensor has nothing to send and the read times
+// out. ConsumeBulkOut takes a write to pipe 0x01.
+std::uint32_t ProduceBulkIn(SensorRecord& sensor, std::uint8_t* out, std::uint32_t length);
+void ConsumeBulkOut(SensorRecord& sensor, const std::uint8_t* data, std::uint32_t length);
+bool QueueBulkIn(SensorRecord& sensor, const std::uint8_t* data, std::uint32_t length);
+
+}  // namespace qvsim
+
+#endif

@@ -1,0 +1,347 @@
+// Opening sensors, vendor requests, string descriptors and sensor memory,
+// against the simulated bus.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "device/discovery.h"
+#include "device/driver.h"
+#include "device/transport.h"
+#include "frame/lookups.h"
+#include "frame/shared_table.h"
+#include "platform/platform.h"
+#include "support/sim_fixture.h"
+
+using namespace qv;
+using Strings = std::vector<std::string>;
+
+namespace {
+
+class Transport : public qv::test::SimBusTest {
+protected:
+    void SetUp() override {
+        SimBusTest::SetUp();
+        for (int s = 0; s < kSlotCount; ++s) {
+            ResetDeviceRecord(s);
+            Slot(s).ownerPid = 0;
+        }
+    }
+    void TearDown() override {
+        for (int s = 0; s < kSlotCount; ++s) {
+            ResetDeviceRecord(s);
+            Slot(s).ownerPid = 0;
+        }
+    }
+
+    // Puts a sensor into a slot as initialisation will, with an open handle
+    // when owned by this process.
+    static void Claim(int slot, const char* serial, int address, int devId, bool mine) {
+        DeviceRecord& r = Slot(slot);
+        r.inUse = 1;
+        r.ownerPid = mine ? platform::CurrentProcessId() : 0x7ffffff0u;
+        std::strncpy(r.serial, serial, kSerialChars);
+        r.address = address;
+        r.devId = devId;
+        r.deviceHandle = mine ? OpenDevice_Idx(devId) : 4242;
+    }
+};
+
+TEST_F(Transport, WithoutSensorsNothingIsOpened) {
+    EXPECT_EQ(DeviceCount(), 0);
+    EXPECT_EQ(OpenDevice_SN("ABC123"), -1);
+    EXPECT_EQ(OpenDevice_Addr(5), -1);
+    EXPECT_EQ(OpenDevice_Idx(1), -1);
+}
+
+TEST_F(Transport, OpenBySerialFindsAFreeSensorWithoutRegardToCase) {
+    const int a = AddSensor("AAA111", 1);
+    const int b = AddSensor("BBB222", 2);
+    const std::int64_t h = OpenDevice_SN("bbb222");
+    ASSERT_GT(h, 0);
+    std::int32_t address = 0;
+    EXPECT_EQ(ReadSensorAddress(h, &address), 1);
+    EXPECT_EQ(address, 2);
+    EXPECT_EQ(CloseDevice(h), h);
+    // The sensor that did not match was closed again.
+    EXPECT_EQ(Info(a).open_handles, 0);
+    EXPECT_EQ(Info(b).open_handles, 0);
+    EXPECT_EQ(OpenDevice_SN("CCC333"), -1);
+    EXPECT_EQ(Info(a).open_handles, 0);
+}
+
+TEST_F(Transport, OpenBySerialRefusesASensorInUseAndSkipsDevicesHeldBySlots) {
+    const int a = AddSensor("AAA111", 1);
+    AddSensor("BBB222", 2);
+    Claim(4, "AAA111", 1, 1, false);
+    EXPECT_EQ(OpenDevice_SN("AAA111"), -1);
+    EXPECT_EQ(State(a).opens, 0u);  // reached only through its slot: not even opened
+    const std::int64_t h = OpenDevice_SN("BBB222");
+    EXPECT_GT(h, 0);
+    CloseDevice(h);
+    EXPECT_EQ(State(a).opens, 0u);
+}
+
+TEST_F(Transport, OpenByAddressReadsTheAddressFromEachFreeSensor) {
+    const int a = AddSensor("AAA111", 1);
+    const int b = AddSensor("BBB222", 2);
+    // Another library instance changed the address behind our back.
+    ASSERT_EQ(qvsim_set_address(b, 77), QVSIM_OK);
+    bool lent = true;
+    const std::int64_t h = OpenDevice_Addr(77, &lent);
+    ASSERT_GT(h, 0);
+    EXPECT_FALSE(lent);
+    CloseDevice(h);
+    EXPECT_EQ(Info(a).open_handles, 0);
+    EXPECT_EQ(Info(b).open_handles, 0);
+    EXPECT_EQ(OpenDevice_Addr(2), -1);
+}
+
+TEST_F(Transport, OpenByAddressLendsTheCallersSlotHandleAndRefusesOthers) {
+    AddSensor("AAA111", 1);
+    AddSensor("BBB222", 2);
+    Claim(0, "AAA111", 1, 1, true);
+    Claim(1, "BBB222", 2, 2, false);
+    bool lent = false;
+    EXPECT_EQ(OpenDevice_Addr(1, &lent), Slot(0).deviceHandle);
+    EXPECT_TRUE(lent);
+    EXPECT_EQ(OpenDevice_Addr(2), -1);
+    CloseDevice(Slot(0).deviceHandle);
+}
+
+struct SerialStringCase {
+    const char* serial;
+    std::int32_t size;
+    std::int32_t expected;  // > 0: the length read
+};
+
+class SerialString : public Transport,
+                     public ::testing::WithParamInterface<SerialStringCase> {};
+
+TEST_P(SerialString, LengthDecidesAgainstTheBuffer) {
+    const SerialStringCase c = GetParam();
+    const int id = AddSensor("PATH01", 1);
+    ASSERT_EQ(qvsim_set_string(id, 3, c.serial), QVSIM_OK);
+    const std::int64_t h = OpenDevice_Idx(1);
+    char buffer[64];
+    std::memset(buffer, 'x', sizeof buffer);
+    const std::int32_t r = ReadSerialNumberString(h, buffer, c.size);
+    if (c.expected > 0) {
+        EXPECT_GT(r, 0);
+        EXPECT_STREQ(buffer, c.serial);
+    } else {
+        EXPECT_EQ(r, c.expected);
+        EXPECT_EQ(buffer[0], 'x');
+    }
+    CloseDevice(h);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    BufferSizes, SerialString,
+    ::testing::Values(SerialStringCase{"ABC123", 7, 1},    // exactly the buffer
+                      SerialStringCase{"ABC1234", 7, -3},  // one byte longer
+                      SerialStringCase{"", 7, -2},         // empty
+                      SerialStringCase{"A", 7, 1}, SerialStringCase{"ABC123", 100, 1}));
+
+TEST_F(Transport, StringReadsWithoutAHandleOrWithAFailingDriver) {
+    const int id = AddSensor("ABC123", 1);
+    char buffer[32] = {};
+    EXPECT_EQ(ReadSerialNumberString(-1, buffer, sizeof buffer), -5);
+    EXPECT_EQ(ReadSerialNumberString(-2, buffer, sizeof buffer), -5);
+    EXPECT_EQ(ReadProductString(-1, buffer, sizeof buffer), -5);
+    const std::int64_t h = OpenDevice_Idx(1);
+    AddFault(id, QVSIM_FAULT_THROWS, QVSIM_FN_GET_STRING);
+    EXPECT_EQ(ReadSerialNumberString(h, buffer, sizeof buffer), -5);
+    EXPECT_EQ(ReadProductString(h, buffer, sizeof buffer), -5);
+    qvsim_clear_faults(id);
+    EXPECT_GT(ReadProductString(h, buffer, sizeof buffer), 0);
+    EXPECT_STREQ(buffer, "QV442A");
+    CloseDevice(h);
+}
+
+TEST_F(Transport, ProductStringMustBeShorterThanTheBuffer) {
+    AddSensor("ABC123", 1, "QV442A");
+    const std::int64_t h = OpenDevice_Idx(1);
+    char buffer[16] = {};
+    EXPECT_EQ(ReadProductString(h, buffer, 7), -3);  // 7 with its terminator
+    EXPECT_GT(ReadProductString(h, buffer, 8), 0);
+    EXPECT_STREQ(buffer, "QV442A");
+    CloseDevice(h);
+}
+
+TEST_F(Transport, MemoryWriteAndReadBack) {
+    const int id = AddSensor("ABC123", 1);
+    const std::int64_t h = OpenDevice_Idx(1);
+    const std::uint8_t data[4] = {0xDE, 0xAD, 0xBE, 0xEF};
+    qvsim_transcript_clear(id);
+    EXPECT_EQ(SensorMemoryWrite(h, 2, 33, data, 4, -2, -3), 1);
+    EXPECT_EQ(Requests(id), (Strings {"OUT 225", "IN 252", "OUT 228", "IN 253"}));
+    std::uint8_t back[4] = {};
+    EXPECT_EQ(SensorMemoryRead(h, 2, 33, back, 4), 1);
+    EXPECT_EQ(std::memcmp(back, data, 4), 0);
+    std::uint8_t stored[4] = {};
+    qvsim_memory_read(id, 2, 33, stored, 4);
+    EXPECT_EQ(std::memcmp(stored, data, 4), 0);
+    CloseDevice(h);
+}
+
+TEST_F(Transport, MemoryWriteRefusedAtBeginSendsNoData) {
+    const int id = AddSensor("ABC123", 1);
+    const std::int64_t h = OpenDevice_Idx(1);
+    AddFault(id, QVSIM_FAULT_NO_ECHO, kReqBeginWrite);
+    qvsim_transcript_clear(id);
+    EXPECT_EQ(WriteSensorAddress(h, 9), -4);
+    EXPECT_EQ(Requests(id), (Strings {"OUT 225", "IN 252"}));
+    EXPECT_EQ(qvsim_get_address(id), 1);
+    CloseDevice(h);
+}
+
+TEST_F(Transport, MemoryWriteNotEndedGivesItsOwnCode) {
+    const int id = AddSensor("ABC123", 1);
+    const std::int64_t h = OpenDevice_Idx(1);
+    AddFault(id, QVSIM_FAULT_NO_ECHO, kReqEndWrite);
+    EXPECT_EQ(WriteSensorAddress(h, 9), -5);
+    CloseDevice(h);
+}
+
+TEST_F(Transport, AddressWriteChecksItsRangeBeforeTalking) {
+    const int id = AddSensor("ABC123", 1);
+    const std::int64_t h = OpenDevice_Idx(1);
+    qvsim_transcript_clear(id);
+    EXPECT_EQ(WriteSensorAddress(h, 0), -1);
+    EXPECT_EQ(WriteSensorAddress(h, 256), -1);
+    EXPECT_TRUE(Requests(id).empty());
+    EXPECT_EQ(WriteSensorAddress(h, 255), 1);
+    EXPECT_EQ(qvsim_get_address(id), 255);
+    CloseDevice(h);
+}
+
+TEST_F(Transport, RequestFailuresComeBackAsTheDriversResultOrMinusTwo) {
+    const int id = AddSensor("ABC123", 1);
+    const std::int64_t h = OpenDevice_Idx(1);
+    std::uint8_t reply[2] = {};
+    AddFault(id, QVSIM_FAULT_REQUEST_FAILS, kReqTriggerInOn, 1, -9);
+    EXPECT_EQ(VendorRequestIn(h, kReqTriggerInOn, reply, 2), -9);
+    EXPECT_EQ(VendorRequestIn(h, kReqTriggerInOn, reply, 2), 2);
+    AddFault(id, QVSIM_FAULT_THROWS, QVSIM_FN_REQUEST_OUT, 1);
+    std::uint8_t payload[3] = {2, 0, 31};
+    EXPECT_EQ(VendorRequestOut(h, kReqMemoryPointer, payload, 3), -2);
+    AddFault(id, QVSIM_FAULT_THROWS, QVSIM_FN_OPEN_WINUSB_HANDLE, 1);
+    EXPECT_EQ(VendorRequestOut(h, kReqMemoryPointer, payload, 3), -2);
+    EXPECT_EQ(VendorRequestOut(h, kReqMemoryPointer, payload, 3), 3);
+    CloseDevice(h);
+}
+
+TEST_F(Transport, CommandRequestWantsTheEcho) {
+    const int id = AddSensor("ABC123", 1);
+    const std::int64_t h = OpenDevice_Idx(1);
+    EXPECT_TRUE(CommandRequest(h, kReqRecorderOn));
+    AddFault(id, QVSIM_FAULT_NO_ECHO, kReqRecorderOff, 1);
+    EXPECT_FALSE(CommandRequest(h, kReqRecorderOff));
+    AddFault(id, QVSIM_FAULT_REQUEST_EMPTY, kReqRecorderOff, 1);
+    EXPECT_FALSE(CommandRequest(h, kReqRecorderOff));
+    EXPECT_TRUE(CommandRequest(h, kReqRecorderOff));
+    CloseDevice(h);
+}
+
+TEST_F(Transport, ClosingNoHandleDoesNothing) {
+    EXPECT_EQ(CloseDevice(-1), 0);
+    EXPECT_EQ(CloseDevice(-2), 0);
+}
+
+TEST_F(Transport, OpenFailuresAndUnpluggedSensors) {
+    const int id = AddSensor("ABC123", 1);
+    AddFault(id, QVSIM_FAULT_OPEN_FAILS, 0, 1, 0);
+    EXPECT_EQ(OpenDevice_Idx(1), -1);  // 0 is no handle
+    AddFault(id, QVSIM_FAULT_THROWS, QVSIM_FN_OPEN_DEV_HANDLE, 1);
+    EXPECT_EQ(OpenDevice_Idx(1), -1);
+    const std::int64_t h = OpenDevice_Idx(1);
+    ASSERT_GT(h, 0);
+    ASSERT_EQ(qvsim_sensor_unplug(id), QVSIM_OK);
+    std::int32_t address = 0;
+    EXPECT_LT(ReadSensorAddress(h, &address), 0);
+    EXPECT_EQ(OpenDevice_Idx(1), -1);
+    CloseDevice(h);
+}
+
+TEST_F(Transport, SerialFromThePathUpdatesTheSlotsDeviceIndex) {
+    AddSensor("AAA111", 1);
+    AddSensor("bbb222", 2);
+    Claim(3, "BBB222", 2, 9, false);
+    char serial[6] = {};
+    EXPECT_EQ(SerialFromDevicePath(-2, serial), 1);
+    EXPECT_EQ(std::string(serial, 6), "BBB222");
+    EXPECT_EQ(Slot(3).devId, 2);
+    EXPECT_EQ(SerialFromDevicePath(3, serial), -5);
+    EXPECT_EQ(SerialFromDevicePath(0, serial), -5);
+}
+
+TEST_F(Transport, IndexByAddressAsksFreeSensorsAndTrustsSlots) {
+    AddSensor("AAA111", 1);
+    const int b = AddSensor("BBB222", 2);
+    EXPECT_EQ(GetIndex_Addr(2), 2);
+    EXPECT_EQ(GetIndex_Addr(3), 0);
+    EXPECT_EQ(GetIndex_Addr(-1), -1);
+    EXPECT_EQ(GetIndex_Addr(256), -1);
+    Claim(0, "BBB222", 40, 2, false);
+    qvsim_transcript_clear(b);
+    EXPECT_EQ(GetIndex_Addr(40), 2);
+    EXPECT_TRUE(Requests(b).empty());
+}
+
+TEST_F(Transport, ResolveAsksTheBusThenFindsTheSlotBySerial) {
+    AddSensor("AAA111", 1);
+    AddSensor("BBB222", 2);
+    Claim(5, "BBB222", 2, 2, true);
+    std::int32_t devId = 0, slot = 0;
+    char serial[7] = {};
+    EXPECT_EQ(ResolveSlot_Addr(2, &devId, &slot, serial), 1);
+    EXPECT_EQ(slot, 5);
+    EXPECT_EQ(devId, 2);
+    EXPECT_STREQ(serial, "BBB222");
+    EXPECT_EQ(ResolveSlot_Addr(1, &devId, &slot, serial), -1);  // on the bus, no slot
+    EXPECT_EQ(slot, -1);
+    EXPECT_EQ(ResolveSlot_Addr(9, &devId, &slot, serial), -1);  // not on the bus
+    CloseDevice(Slot(5).deviceHandle);
+}
+
+// Loads another driver file for one test and goes back to the simulator after.
+class OtherDriver : public Transport {
+protected:
+    void Use(const char* file) {
+        saved_ = platform::GetEnv(platform::kEnvDriver);
+        UnloadDriver();
+        setenv(platform::kEnvDriver, file, 1);
+    }
+    void TearDown() override {
+        UnloadDriver();
+        setenv(platform::kEnvDriver, saved_.c_str(), 1);
+        Transport::TearDown();
+    }
+    std::string saved_;
+};
+
+TEST_F(OtherDriver, MissingLibraryFailsEveryOperationWithItsOwnCode) {
+    AddSensor("ABC123", 1);
+    Use("/nonexistent/libQVUSBDRVD.so");
+    EXPECT_FALSE(DriverAvailable());
+    EXPECT_EQ(DeviceCount(), -2);
+    EXPECT_EQ(OpenDevice_Idx(1), -1);
+    EXPECT_EQ(OpenDevice_SN("ABC123"), -1);
+    EXPECT_EQ(OpenDevice_Addr(1), -1);
+    std::uint8_t b[1];
+    EXPECT_EQ(VendorRequestIn(1, kReqInitPing, b, 1), -2);
+    char s[16];
+    EXPECT_EQ(ReadSerialNumberString(1, s, sizeof s), -5);
+    EXPECT_EQ(GetIndex_Addr(1), 0);
+}
+
+TEST_F(OtherDriver, LibraryWithoutAllTwelveFunctionsIsNotUsed) {
+    Use(QV_PARTIAL_DRIVER_PATH);
+    EXPECT_FALSE(DriverAvailable());
+    EXPECT_EQ(DeviceCount(), -2);
+}
+
+}  // namespace
