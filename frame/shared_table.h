@@ -257,6 +257,12 @@ extern SharedBlock* tableView;
 
 inline DeviceRecord& Slot(int index) { return tableView->table[index]; }
 
+// Stores at most six characters of `serial` in a seven-byte field, the rest zero.
+inline void StoreSerial(char (&field)[kSerialChars + 1], const char* serial) {
+    for (int i = 0; i <= kSerialChars; ++i) field[i] = '\0';
+    for (int i = 0; i < kSerialChars && serial && serial[i]; ++i) field[i] = serial[i];
+}
+
 // Puts slot `index` into its reset state (owner process id untouched).
 void ResetDeviceRecord(int index);
 

@@ -42,7 +42,7 @@ protected:
         DeviceRecord& r = Slot(slot);
         r.inUse = 1;
         r.ownerPid = mine ? platform::CurrentProcessId() : 0x7ffffff0u;
-        std::strncpy(r.serial, serial, kSerialChars);
+        StoreSerial(r.serial, serial);
         r.address = address;
         r.devId = devId;
         r.deviceHandle = mine ? OpenDevice_Idx(devId) : 4242;

@@ -30,8 +30,7 @@ protected:
         DeviceRecord& r = Slot(slot);
         r.inUse = inUse;
         r.ownerPid = owner;
-        std::memset(r.serial, 0, sizeof r.serial);
-        std::strncpy(r.serial, serial, kSerialChars);
+        StoreSerial(r.serial, serial);
         r.address = address;
         r.devId = devId;
     }
