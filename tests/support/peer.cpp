@@ -29,8 +29,7 @@ std::int32_t ClaimSlot(const std::string& serial, std::int32_t address) {
         if (r.inUse != 0) continue;
         r.inUse = 1;
         r.ownerPid = platform::CurrentProcessId();
-        std::memset(r.serial, 0, sizeof r.serial);
-        std::strncpy(r.serial, serial.c_str(), kSerialChars);
+        StoreSerial(r.serial, serial.c_str());
         r.address = address;
         r.devId = s + 1;
         return s;
