@@ -8,13 +8,14 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "detector_model.h"
 #include "qvsim.h"
 #include "sim_os.h"
 
 namespace qvsim {
 
 inline constexpr std::uint32_t kBusMagic = 0x53425651u;  // "QVBS" in a little-endian dump
-inline constexpr std::uint32_t kBusVersion = 1;
+inline constexpr std::uint32_t kBusVersion = 2;
 inline constexpr std::size_t kPageBytes = 4096;
 
 inline constexpr int kMaxSensors = QVSIM_MAX_SENSORS;
@@ -133,6 +134,11 @@ struct SensorRecord {
     std::uint8_t region6[kMemoryBytes];  // non-volatile
     std::uint8_t working[kMemoryBytes];  // volatile
     std::uint8_t bulkIn[kBulkInBytes];
+    // The physical sensor: its detector (fixed at the factory) and its temperature.
+    // Both outlive unplug and replug.
+    DetectorModel detector;
+    std::int32_t temperature;  // temperature count now
+    std::uint32_t reserved;
 };
 
 inline constexpr std::size_t RoundToPage(std::size_t bytes) {
@@ -150,7 +156,8 @@ static_assert(sizeof(TranscriptEntry) == 40 && sizeof(FaultRule) == 24 && sizeof
 static_assert(offsetof(SensorRecord, identity) == 24 && offsetof(SensorRecord, state) == 216 &&
                   offsetof(SensorRecord, faults) == 368 && offsetof(SensorRecord, handles) == 752 &&
                   offsetof(SensorRecord, transcriptTotal) == 1264 && offsetof(SensorRecord, transcript) == 1272 &&
-                  offsetof(SensorRecord, region2) == 165112 && offsetof(SensorRecord, bulkIn) == 361720,
+                  offsetof(SensorRecord, region2) == 165112 && offsetof(SensorRecord, bulkIn) == 361720 &&
+                  offsetof(SensorRecord, detector) == 623864 && offsetof(SensorRecord, temperature) == 624072,
               "sensor record layout");
 static_assert(kRecordBytes == 626688, "record stride");
 

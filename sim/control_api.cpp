@@ -1,10 +1,12 @@
 // The qvsim_ control functions: building the bus and looking into the sensors.
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
 
 #include "bus.h"
+#include "detector_model.h"
 #include "qvsim.h"
 #include "sensor.h"
 
@@ -149,6 +151,10 @@ int WorkingAccess(int id, int location, void* data, const void* source, int len)
         }
         return len;
     });
+}
+
+bool ValidDetectorQuery(int path, double first, double freqHz) {
+    return (path == QVSIM_PATH_HS || path == QVSIM_PATH_LS) && std::isfinite(first) && std::isfinite(freqHz);
 }
 
 const char* PathOrEnvironment(const char* path) {
@@ -433,6 +439,62 @@ int qvsim_bulk_out_last(int id, void* data, int capacity) {
         const std::size_t copied = std::min<std::size_t>(kept, static_cast<std::size_t>(capacity));
         if (copied > 0) std::memcpy(data, state.bulkOutLast, copied);
         return static_cast<int>(state.bulkOutLength);
+    });
+}
+
+int qvsim_detector_info_get(int id, qvsim_detector_info* info) {
+    if (info == nullptr) return QVSIM_E_ARG;
+    return WithSensor(id, [info](Bus&, SensorRecord& sensor) {
+        const DetectorModel& model = sensor.detector;
+        *info = qvsim_detector_info{};
+        info->model_index = model.modelIndex;
+        info->cal_temperature = static_cast<int>(model.calTemperature);
+        info->temperature = sensor.temperature;
+        info->temp_table_start = static_cast<int>(model.tempTableStart);
+        info->temp_step = static_cast<int>(model.tempStep);
+        info->start_hz = model.startHz;
+        info->step_hz = model.stepHz;
+        info->counts_per_kelvin = model.countsPerKelvin;
+        return QVSIM_OK;
+    });
+}
+
+int qvsim_set_temperature(int id, int count) {
+    if (count < 0 || count > 65535) return QVSIM_E_ARG;
+    return WithSensor(id, [count](Bus&, SensorRecord& sensor) {
+        sensor.temperature = count;
+        return QVSIM_OK;
+    });
+}
+
+int qvsim_get_temperature(int id) {
+    return WithSensor(id, [](Bus&, SensorRecord& sensor) { return static_cast<int>(sensor.temperature); });
+}
+
+int qvsim_detector_count(int id, int path, double dbm, double freq_hz, double temperature, double* count) {
+    if (count == nullptr || !ValidDetectorQuery(path, dbm, freq_hz) || !std::isfinite(temperature)) return QVSIM_E_ARG;
+    return WithSensor(id, [&](Bus&, SensorRecord& sensor) {
+        *count = DetectorCount(sensor.detector, path, dbm, freq_hz, temperature);
+        return QVSIM_OK;
+    });
+}
+
+int qvsim_detector_power(int id, int path, double count, double freq_hz, double temperature, double* dbm) {
+    if (dbm == nullptr || !ValidDetectorQuery(path, count, freq_hz) || !std::isfinite(temperature)) return QVSIM_E_ARG;
+    return WithSensor(id, [&](Bus&, SensorRecord& sensor) {
+        *dbm = DetectorPower(sensor.detector, path, count, freq_hz, temperature);
+        return QVSIM_OK;
+    });
+}
+
+int qvsim_detector_calibration(int id, int path, double dbm, double freq_hz, double* z, double* a, double* b) {
+    if (z == nullptr || a == nullptr || b == nullptr || !ValidDetectorQuery(path, dbm, freq_hz)) return QVSIM_E_ARG;
+    return WithSensor(id, [&](Bus&, SensorRecord& sensor) {
+        const CalibrationPoint point = DetectorCalibration(sensor.detector, path, dbm, freq_hz);
+        *z = point.z;
+        *a = point.a;
+        *b = point.b;
+        return QVSIM_OK;
     });
 }
 

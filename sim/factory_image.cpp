@@ -1,6 +1,8 @@
 // What a sensor leaves the factory with in its non-volatile memory.
 #include <cstring>
+#include <vector>
 
+#include "detector_model.h"
 #include "sensor.h"
 
 namespace qvsim {
@@ -17,10 +19,18 @@ void WriteFactoryImage(SensorRecord& sensor, const FactoryData& factory) {
         sensor.region2[QVSIM_POS_DUE_DATE + 2] = static_cast<std::uint8_t>(factory.dueDay);
     }
 
-    // Calibration image: region 2 from QVSIM_POS_CAL_IMAGE (50,000 bytes), region 6
-    // from QVSIM_POS_CAL_IMAGE (57,470 bytes), checksum at QVSIM_POS_CHECKSUM. A
-    // generated image belongs here; until then both stay erased and tests that need
-    // one write it with qvsim_memory_write.
+    // The detector is the sensor's own (serial) on its model's grid (product string);
+    // the calibration measured at the factory is the detector itself, encoded.
+    sensor.detector = MakeDetectorModel(sensor.identity.serial, sensor.identity.product);
+    sensor.temperature = static_cast<std::int32_t>(sensor.detector.calTemperature);
+    std::vector<std::uint8_t> image(kImageBytes);
+    BuildCalibrationImage(sensor.detector, image.data());
+    std::memcpy(sensor.region2 + QVSIM_POS_CAL_IMAGE, image.data(), kImagePartOneBytes);
+    std::memcpy(sensor.region6 + QVSIM_POS_CAL_IMAGE, image.data() + kImagePartOneBytes,
+                kImageBytes - kImagePartOneBytes);
+    const std::uint32_t checksum = ImageChecksum(image.data(), image.size());
+    for (int i = 0; i < 4; ++i)
+        sensor.region2[QVSIM_POS_CHECKSUM + i] = static_cast<std::uint8_t>(checksum >> (8 * i));
 }
 
 }  // namespace qvsim

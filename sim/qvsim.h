@@ -233,7 +233,8 @@ QVSIM_API int qvsim_bus_recoveries(void);
 QVSIM_API void qvsim_sensor_spec_init(qvsim_sensor_spec* spec);
 
 /* Adds a sensor and plugs it in; it comes last in the enumeration. Its non-volatile
- * memory reads 0xFF except the address byte and, if given, the due date.
+ * memory reads 0xFF except the address byte, the due date if given, and the factory
+ * calibration of its detector (see below).
  * Returns the sensor id (0..QVSIM_MAX_SENSORS-1), QVSIM_E_ARG (NULL spec or serial,
  * text too long, value out of range), QVSIM_E_FULL, QVSIM_E_NO_BUS. */
 QVSIM_API int qvsim_sensor_add(const qvsim_sensor_spec* spec);
@@ -330,6 +331,64 @@ QVSIM_API int qvsim_bulk_in_push(int id, const void* data, int len);
 /* Copies the bytes of the last write to pipe 0x01 (at most 64 are kept).
  * Returns the length of that write (0: none yet), QVSIM_E_ARG, QVSIM_E_NO_SENSOR, QVSIM_E_NO_BUS. */
 QVSIM_API int qvsim_bulk_out_last(int id, void* data, int capacity);
+
+/* ---------------------------------------------------------------- detector
+ *
+ * Each sensor has a detector of its own, fixed when it is added: for each path the
+ * count falls smoothly as the input power rises (about 55000 at the bottom of the
+ * calibrated range to about 2000 at the top), with a frequency-dependent sensitivity
+ * and a quadratic drift around the calibration temperature. The grid follows the
+ * model its product string names; everything else follows its serial, so sensors
+ * differ and the same serial and product give the same detector on every bus. Its
+ * factory calibration image (regions 2 and 6 at QVSIM_POS_CAL_IMAGE, checksum at
+ * QVSIM_POS_CHECKSUM) encodes this detector. Changing the product string later
+ * changes neither. */
+
+#define QVSIM_PATH_HS 0 /* high sensitivity, calibrated -70..-20 dBm */
+#define QVSIM_PATH_LS 1 /* low sensitivity, calibrated -30..+20 dBm */
+
+typedef struct qvsim_detector_info {
+    int model_index;          /* model named by the product string when added; -1 unknown */
+    int cal_temperature;      /* temperature count at calibration (image bytes 0 and 1) */
+    int temperature;          /* the sensor's temperature count now */
+    int temp_table_start;     /* temperature count of the first of the 350 calibration rows */
+    int temp_step;            /* temperature counts per row */
+    double start_hz;          /* calibration point 0 */
+    double step_hz;           /* calibration point i >= 1 lies at i * step_hz */
+    double counts_per_kelvin; /* temperature counts per kelvin */
+} qvsim_detector_info;
+
+/* Grid, temperatures and model of the sensor's detector. Returns QVSIM_OK, QVSIM_E_ARG
+ * (NULL), QVSIM_E_NO_SENSOR, QVSIM_E_NO_BUS. */
+QVSIM_API int qvsim_detector_info_get(int id, qvsim_detector_info* info);
+
+/* Sets the sensor's temperature count (0..65535); it starts at the calibration
+ * temperature and stays across unplug and replug. The drift follows the temperature
+ * only within the calibration rows and holds its end value beyond them.
+ * Returns QVSIM_OK, QVSIM_E_ARG, QVSIM_E_NO_SENSOR, QVSIM_E_NO_BUS. */
+QVSIM_API int qvsim_set_temperature(int id, int count);
+
+/* The sensor's temperature count, or QVSIM_E_NO_SENSOR, QVSIM_E_NO_BUS. */
+QVSIM_API int qvsim_get_temperature(int id);
+
+/* The detector count of a path (QVSIM_PATH_) for an input power in dBm at a frequency
+ * in Hz and a temperature count: the true value, not rounded or clamped to 16 bits.
+ * Returns QVSIM_OK, QVSIM_E_ARG (bad path, NULL, value not finite), QVSIM_E_NO_SENSOR,
+ * QVSIM_E_NO_BUS. */
+QVSIM_API int qvsim_detector_count(int id, int path, double dbm, double freq_hz, double temperature,
+                                   double* count);
+
+/* The inverse: the input power in dBm that gives count (+infinity for a count below
+ * that of any power). Returns as qvsim_detector_count. */
+QVSIM_API int qvsim_detector_power(int id, int path, double count, double freq_hz, double temperature,
+                                   double* dbm);
+
+/* The true calibration at a power and frequency: the count at the calibration
+ * temperature (z) and the linear (a) and quadratic (b) temperature coefficients per
+ * temperature count, count = z + a dT + b dT^2. At the grid points the image holds
+ * these values quantised. Returns as qvsim_detector_count. */
+QVSIM_API int qvsim_detector_calibration(int id, int path, double dbm, double freq_hz, double* z, double* a,
+                                         double* b);
 
 /* Short English text for a QVSIM_E_ code. Never NULL. */
 QVSIM_API const char* qvsim_strerror(int code);

@@ -33,7 +33,10 @@ void StoreFirmwareText(SensorRecord& sensor);
 // Non-volatile memory access by region; null for regions the sensor does not have.
 std::uint8_t* RegionMemory(SensorRecord& sensor, int region);
 
-// What a factory leaves in a new sensor's non-volatile memory.
+// What a factory leaves in a new sensor: non-volatile memory (address, due date,
+// the calibration image of the sensor's detector and its checksum), the detector
+// itself and a temperature at the calibration temperature. The identity strings
+// must be set first: the detector follows the serial and the product string.
 struct FactoryData {
     int address;                // 0..255
     int dueYear, dueMonth, dueDay;  // -1: erased

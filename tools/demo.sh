@@ -17,9 +17,9 @@ export QV_USBDRVD="$PWD/$build/sim/libqvsim_usbdrvd.so"
 
 qvsim="$build/sim/qvsim"
 "$qvsim" create
-"$qvsim" add AB1234 QV442A --address 5 --firmware "V2.03" --due 27-03-31
-"$qvsim" add CD5678 TK8410 --address 12
-"$qvsim" add EF9012 R7703B --address 200
+"$qvsim" add AB1234 QV442A --address 5 --firmware "V2.03" --due 27-03-31 >/dev/null
+"$qvsim" add CD5678 TK8410 --address 12 >/dev/null
+"$qvsim" add EF9012 R7703B --address 200 >/dev/null
 echo "--- simulated bus ($QV_SIM_BUS)"
 "$qvsim" list
 echo "--- what the library sees"

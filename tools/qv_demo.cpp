@@ -1,42 +1,48 @@
-// Shows what the library sees on the bus: every sensor the driver library
-// enumerates, with its serial number, product and address as read from it.
-//
-// Until the discovery exports exist this goes through the library's device
-// layer directly, inside the library's entry frame like any export.
+// The library at work on whatever sensors the driver library shows it: lists
+// them, then initialises the first one and reports what it learned.
 #include <cstdio>
-#include <string>
+#include <vector>
 
-#include "device/discovery.h"
-#include "device/transport.h"
-#include "frame/frame.h"
 #include "qv_api2.h"
-
-using namespace qv;
 
 int main() {
     std::printf("QV_API2 version %d\n", QV_DriverVersion());
-    if (!DriverAvailable()) {
-        std::printf("driver library not found (set QV_USBDRVD)\n");
+    const int32_t count = QV_SensorCnt();
+    if (count < 0) {
+        std::printf("the driver library is missing or failed (%d); set QV_USBDRVD\n", count);
         return 1;
     }
-    const std::int32_t rc = Enter([] {
-        const std::int32_t n = DeviceCount();
-        std::printf("%d sensor(s) on the bus\n", n);
-        std::printf("%-6s %-8s %-8s %-16s %s\n", "index", "path", "serial", "product", "address");
-        for (std::int32_t i = 1; i <= n; ++i) {
-            char pathSerial[kSerialChars + 1] = {};
-            SerialFromDevicePath(i, pathSerial);
-            TransientDevice device(OpenDevice_Idx(i), true);
-            char serial[100] = {}, product[64] = {};
-            std::int32_t address = -1;
-            if (device.Valid()) {
-                ReadSerialNumberString(device.get(), serial, sizeof serial);
-                ReadProductString(device.get(), product, sizeof product);
-                ReadSensorAddress(device.get(), &address);
-            }
-            std::printf("%-6d %-8s %-8s %-16s %d\n", i, pathSerial, serial, product, address);
-        }
-        return kSuccess;
-    });
-    return rc == kSuccess ? 0 : 1;
+    std::printf("%d sensor(s) on the bus\n", count);
+    if (count == 0) return 0;
+
+    std::vector<SensorListEntry> list(static_cast<size_t>(count));
+    if (QV_SensorList(list.data(), count) != 1) {
+        std::printf("listing failed\n");
+        return 1;
+    }
+    std::printf("%-6s %-8s %-8s %s\n", "index", "serial", "address", "model");
+    for (const SensorListEntry& e : list) {
+        int32_t model = -1;
+        QV_GetModelNumber_Idx(e.DeviceIndex, &model);
+        std::printf("%-6d %-8s %-8d %d\n", e.DeviceIndex, e.SerialNumber, e.Address, model);
+    }
+
+    const SensorListEntry& first = list.front();
+    const int32_t slot = QV_InitializeSensor_SN(first.SerialNumber);
+    if (slot < 1) {
+        std::printf("initialising %s failed (%d)\n", first.SerialNumber, slot);
+        return 1;
+    }
+    int32_t model = -1, year = 0, month = 0, day = 0;
+    char firmware[16] = {};
+    QV_GetModelNumber_SN(first.SerialNumber, &model);
+    QV_GetFirmwareVersion(first.Address, firmware, sizeof firmware);
+    const int32_t due = QV_GetCalDueDate(first.SerialNumber, &year, &month, &day);
+    std::printf("initialised %s into slot %d: address %d, model %d, firmware %s, ",
+                first.SerialNumber, slot, first.Address, model, firmware);
+    if (due == 1)
+        std::printf("calibration due 20%02d-%02d-%02d\n", year, month, day);
+    else
+        std::printf("no calibration due date (%d)\n", due);
+    return QV_UninitializeSensor_SN(first.SerialNumber) == 1 ? 0 : 1;
 }

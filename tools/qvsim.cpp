@@ -24,6 +24,7 @@ constexpr const char* kUsage =
     "      [--path-serial TEXT] [--unplugged]\n"
     "  list | state ID | transcript ID [--clear]\n"
     "  unplug ID | replug ID | remove ID | address ID [N]\n"
+    "  temperature ID [COUNT]        the sensor's temperature count (and its calibration's)\n"
     "  fault ID KIND [CODE] [--count N|always] [--skip N] [--arg N]\n"
     "      KIND: fail empty no-echo bad-252 bad-253 pipe-timeout pipe-short\n"
     "            open-fails string-fails throws unplug\n"
@@ -346,6 +347,16 @@ int Run(const std::string& command, std::vector<std::string> words, const char* 
         const int id = SensorId(args.at(0));
         if (args.count() == 2) Check(qvsim_set_address(id, static_cast<int>(ParseNumber(args.at(1), 0, 255, "address"))));
         std::printf("%d\n", Check(qvsim_get_address(id)));
+        return kExitOk;
+    }
+    if (command == "temperature") {
+        args.Finish(1, 2);
+        const int id = SensorId(args.at(0));
+        if (args.count() == 2)
+            Check(qvsim_set_temperature(id, static_cast<int>(ParseNumber(args.at(1), 0, 65535, "temperature"))));
+        qvsim_detector_info info{};
+        Check(qvsim_detector_info_get(id, &info));
+        std::printf("%d (calibrated at %d)\n", info.temperature, info.cal_temperature);
         return kExitOk;
     }
     args.Finish(1, 1);

@@ -2,6 +2,7 @@
 // functions) and the way tests steer them (the qvsim_ control API).
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -107,6 +108,24 @@ std::string PathSerial(const std::string& path) {
     const size_t first = path.find('#');
     const size_t second = path.find('#', first + 1);
     return second == std::string::npos ? "<none>" : path.substr(second + 1, 6);
+}
+
+// The calibration image as a sensor keeps it: region 2 and then region 6, each from 1024.
+Bytes CalibrationImage(int id) {
+    Bytes image(107470);
+    EXPECT_EQ(qvsim_memory_read(id, 2, 1024, image.data(), 50000), 50000);
+    EXPECT_EQ(qvsim_memory_read(id, 6, 1024, image.data() + 50000, 57470), 57470);
+    return image;
+}
+
+uint32_t ImageChecksum(const Bytes& bytes) {
+    uint32_t sum = 0;
+    for (uint8_t b : bytes) sum = sum * 2u + b;
+    return sum;
+}
+
+Bytes LittleEndian(uint32_t value) {
+    return Bytes{uint8_t(value), uint8_t(value >> 8), uint8_t(value >> 16), uint8_t(value >> 24)};
 }
 
 // ---------------------------------------------------------------- fixture
@@ -561,7 +580,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 // ---------------------------------------------------------------- SensorMemory
 
-TEST_F(SimBus, NewSensorHoldsAddressAndDueDateInErasedMemory) {
+TEST_F(SimBus, NewSensorHoldsAddressDueDateAndCalibrationInErasedMemory) {
     qvsim_sensor_spec spec;
     qvsim_sensor_spec_init(&spec);
     spec.serial = "123456";
@@ -573,9 +592,24 @@ TEST_F(SimBus, NewSensorHoldsAddressAndDueDateInErasedMemory) {
     const QvDrvHandle winusb = WinUsb();
     EXPECT_EQ(ReadMemory(winusb, 2, 31, 1), Bytes{42});
     EXPECT_EQ(ReadMemory(winusb, 2, 0, 3), (Bytes{26, 2, 31}));
-    EXPECT_EQ(ReadMemory(winusb, 2, 33, 4), Bytes(4, 0xFF));
-    EXPECT_EQ(ReadMemory(winusb, 6, 1024, 64), Bytes(64, 0xFF));
     EXPECT_EQ(qvsim_get_address(0), 42);
+    // The calibration image and its checksum; everything else is erased.
+    const Bytes image = CalibrationImage(0);
+    EXPECT_EQ(ReadMemory(winusb, 2, 33, 4), LittleEndian(ImageChecksum(image)));
+    EXPECT_EQ(ReadMemory(winusb, 6, 1024, 64), Bytes(image.begin() + 50000, image.begin() + 50064));
+    Bytes region2(65536), region6(65536);
+    ASSERT_EQ(qvsim_memory_read(0, 2, 0, region2.data(), 65536), 65536);
+    ASSERT_EQ(qvsim_memory_read(0, 6, 0, region6.data(), 65536), 65536);
+    for (int p = 0; p < 65536; ++p) {
+        const bool used2 = p < 3 || p == 31 || (p >= 33 && p < 37) || (p >= 1024 && p < 1024 + 50000);
+        const bool used6 = p >= 1024 && p < 1024 + 57470;
+        if (!used2) {
+            ASSERT_EQ(region2[p], 0xFF) << p;
+        }
+        if (!used6) {
+            ASSERT_EQ(region6[p], 0xFF) << p;
+        }
+    }
 }
 
 TEST_F(SimBus, AddressDefaultsToTheLowestUnused) {
@@ -588,6 +622,7 @@ TEST_F(SimBus, AddressDefaultsToTheLowestUnused) {
 TEST_F(SimBus, WriteHandshakeStoresDataThatReadsBackAcrossPieces) {
     const int id = Add("123456");
     const QvDrvHandle winusb = WinUsb();
+    const Bytes image2 = CalibrationImage(id);
     Bytes image(150);
     for (size_t i = 0; i < image.size(); ++i) image[i] = static_cast<uint8_t>(i * 7);
     ASSERT_EQ(WriteMemory(winusb, 6, 1024, image), 1);
@@ -597,7 +632,7 @@ TEST_F(SimBus, WriteHandshakeStoresDataThatReadsBackAcrossPieces) {
     ASSERT_EQ(qvsim_memory_read(id, 6, 1024, direct.data(), 150), 150);
     EXPECT_EQ(direct, image);
     EXPECT_EQ(State(id).write_open, 0);
-    EXPECT_EQ(ReadMemory(winusb, 2, 1024, 4), Bytes(4, 0xFF));  // region 2 untouched
+    EXPECT_EQ(ReadMemory(winusb, 2, 1024, 4), Bytes(image2.begin(), image2.begin() + 4));  // region 2 untouched
 }
 
 TEST_F(SimBus, DataWithoutBegunWriteIsDropped) {
@@ -664,6 +699,194 @@ TEST_F(SimBus, NonVolatileMemoryOutlivesUnplugButRamDoesNot) {
     EXPECT_EQ(state.led_on, 0);
     EXPECT_EQ(state.trigger_in_enabled, 0);
     EXPECT_EQ(state.bulk_in_pending, 0);
+}
+
+// ---------------------------------------------------------------- detector and factory calibration
+
+struct ProductGrid {
+    const char* product;
+    int model;
+    bool coarse;  // 6.625e7 Hz steps, rows of 70 counts from 2785; else 2.5e7 Hz, rows of 9 from 7334
+};
+
+class DetectorOfModel : public SimBus, public ::testing::WithParamInterface<ProductGrid> {
+protected:
+    static double Count(int id, int path, double dbm, double hz, double temperature) {
+        double count = 0.0;
+        EXPECT_EQ(qvsim_detector_count(id, path, dbm, hz, temperature, &count), QVSIM_OK);
+        return count;
+    }
+};
+
+TEST_P(DetectorOfModel, GridFollowsTheProductStringAndCalibrationLiesInsideTheRows) {
+    const ProductGrid c = GetParam();
+    const int id = Add("G7H8J9", 1, c.product);
+    qvsim_detector_info info{};
+    ASSERT_EQ(qvsim_detector_info_get(id, &info), QVSIM_OK);
+    EXPECT_EQ(info.model_index, c.model);
+    EXPECT_EQ(info.start_hz, 1e7);
+    EXPECT_EQ(info.step_hz, c.coarse ? 6.625e7 : 2.5e7);
+    EXPECT_EQ(info.temp_table_start, c.coarse ? 2785 : 7334);
+    EXPECT_EQ(info.temp_step, c.coarse ? 70 : 9);
+    EXPECT_GE(info.cal_temperature, info.temp_table_start + 50 * info.temp_step);
+    EXPECT_LT(info.cal_temperature, info.temp_table_start + 300 * info.temp_step);
+    EXPECT_EQ(info.temperature, info.cal_temperature);
+    EXPECT_EQ(qvsim_get_temperature(id), info.cal_temperature);
+    const Bytes image = CalibrationImage(id);
+    EXPECT_EQ(image[0] * 256 + image[1], info.cal_temperature);
+}
+
+TEST_P(DetectorOfModel, CountFallsSmoothlyAsPowerRisesOnEveryPath) {
+    const int id = Add("G7H8J9", 1, GetParam().product);
+    qvsim_detector_info info{};
+    ASSERT_EQ(qvsim_detector_info_get(id, &info), QVSIM_OK);
+    for (int path : {QVSIM_PATH_HS, QVSIM_PATH_LS}) {
+        const double bottom = path == QVSIM_PATH_HS ? -70.0 : -30.0;
+        for (double hz : {info.start_hz, 200 * info.step_hz, 400 * info.step_hz}) {
+            double previous = Count(id, path, bottom, hz, info.cal_temperature);
+            EXPECT_GT(previous, 45000.0);
+            EXPECT_LT(previous, 65535.0);
+            for (double dbm = bottom + 0.5; dbm <= bottom + 50.0; dbm += 0.5) {
+                const double count = Count(id, path, dbm, hz, info.cal_temperature);
+                ASSERT_LT(count, previous) << path << " " << hz << " " << dbm;
+                EXPECT_LT(previous - count, 2000.0) << path << " " << hz << " " << dbm;  // no jumps
+                previous = count;
+            }
+            EXPECT_GT(previous, 1000.0);
+            EXPECT_LT(previous, 5000.0);
+        }
+        // The sensitivity depends on the frequency.
+        EXPECT_NE(Count(id, path, bottom + 25, 1e9, info.cal_temperature),
+                  Count(id, path, bottom + 25, 2e9, info.cal_temperature));
+    }
+}
+
+TEST_P(DetectorOfModel, ImageHoldsTheDetectorsCountsAtTheGridPoints) {
+    const int id = Add("G7H8J9", 1, GetParam().product);
+    qvsim_detector_info info{};
+    ASSERT_EQ(qvsim_detector_info_get(id, &info), QVSIM_OK);
+    const Bytes image = CalibrationImage(id);
+    for (int point : {0, 1, 2, 200, 400}) {
+        const double hz = point == 0 ? info.start_hz : point * info.step_hz;
+        for (int path : {QVSIM_PATH_HS, QVSIM_PATH_LS}) {
+            for (int level : {0, 1, 12, 25}) {
+                const double dbm = (path == QVSIM_PATH_HS ? -70.0 : -30.0) + 2.0 * level;
+                double z = 0, a = 0, b = 0;
+                ASSERT_EQ(qvsim_detector_calibration(id, path, dbm, hz, &z, &a, &b), QVSIM_OK);
+                const size_t entry = 2 + 268 * size_t(point) + (path == QVSIM_PATH_HS ? 8 : 138) + 5 * size_t(level);
+                EXPECT_EQ(image[entry] * 256 + image[entry + 1], std::lround(z)) << point << " " << path << " " << level;
+                EXPECT_DOUBLE_EQ(z, Count(id, path, dbm, hz, info.cal_temperature));
+            }
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Products, DetectorOfModel,
+    ::testing::Values(
+        ProductGrid{"QV2xxA", 0, false}, ProductGrid{"QV221A", 1, false}, ProductGrid{"QV222A", 2, false},
+        ProductGrid{"QV223A", 3, false}, ProductGrid{"QV331A", 4, true}, ProductGrid{"QV332A", 5, true},
+        ProductGrid{"QV333A", 6, true}, ProductGrid{"QV441A", 7, true}, ProductGrid{"QV442A", 8, true},
+        ProductGrid{"VRT2", 95, false}, ProductGrid{"OEMOEM", 64, false}, ProductGrid{"RUnset", 65, false},
+        ProductGrid{"R7777A", 66, false}, ProductGrid{"R7701A", 67, false}, ProductGrid{"R7702A", 68, false},
+        ProductGrid{"R7703A", 69, true}, ProductGrid{"R7704A", 70, true}, ProductGrid{"R7705A", 71, true},
+        ProductGrid{"R7777B", 76, false}, ProductGrid{"R7701B", 77, false}, ProductGrid{"R7702B", 78, false},
+        ProductGrid{"R7703B", 79, true}, ProductGrid{"R7704B", 80, true}, ProductGrid{"R7705B", 81, true},
+        ProductGrid{"TK7110", 101, false}, ProductGrid{"TKS7120", 102, false}, ProductGrid{"TK8110", 103, false},
+        ProductGrid{"TK8120", 104, false}, ProductGrid{"TKS6110", 105, true}, ProductGrid{"TK6120", 106, true},
+        ProductGrid{"TK6310", 107, true}, ProductGrid{"TK6320", 108, true}, ProductGrid{"TK6510", 109, true},
+        ProductGrid{"TK7410", 110, true}, ProductGrid{"TK7320", 111, true}, ProductGrid{"TK8410", 112, true},
+        ProductGrid{"TKS8410", 112, true}, ProductGrid{"TK8320", 113, true}, ProductGrid{"Unnamed", -1, false}),
+    [](const ::testing::TestParamInfo<ProductGrid>& info) { return std::string(info.param.product); });
+
+TEST_F(SimBus, EachSerialHasADetectorOfItsOwnAndTheSameSerialTheSameOne) {
+    const int first = Add("100001");
+    const int second = Add("100002");
+    const int again = Add("100001");
+    EXPECT_EQ(CalibrationImage(first), CalibrationImage(again));
+    EXPECT_NE(CalibrationImage(first), CalibrationImage(second));
+    double a = 0, b = 0;
+    ASSERT_EQ(qvsim_detector_count(first, QVSIM_PATH_LS, -5.0, 3e9, 9000, &a), QVSIM_OK);
+    ASSERT_EQ(qvsim_detector_count(second, QVSIM_PATH_LS, -5.0, 3e9, 9000, &b), QVSIM_OK);
+    EXPECT_NE(a, b);
+    // The factory fixed the detector: a new product string later changes nothing.
+    const Bytes before = CalibrationImage(first);
+    ASSERT_EQ(qvsim_set_string(first, 2, "QV221A"), QVSIM_OK);
+    qvsim_detector_info info{};
+    ASSERT_EQ(qvsim_detector_info_get(first, &info), QVSIM_OK);
+    EXPECT_EQ(info.model_index, 8);
+    EXPECT_EQ(CalibrationImage(first), before);
+}
+
+TEST_F(SimBus, TemperatureIsTheSensorsOwnAndDriftsTheCountQuadratically) {
+    const int id = Add("123456", 1, "QV221A");
+    const int other = Add("654321", 2, "QV221A");
+    qvsim_detector_info info{};
+    ASSERT_EQ(qvsim_detector_info_get(id, &info), QVSIM_OK);
+    const double last = info.temp_table_start + 349.0 * info.temp_step;
+    double z = 0, a = 0, b = 0;
+    ASSERT_EQ(qvsim_detector_calibration(id, QVSIM_PATH_HS, -40.0, 1e9, &z, &a, &b), QVSIM_OK);
+    EXPECT_NE(a, 0.0);
+    EXPECT_NE(b, 0.0);
+    for (double t : {double(info.cal_temperature), double(info.temp_table_start), last, info.cal_temperature + 333.0}) {
+        const double dT = t - info.cal_temperature;
+        double count = 0;
+        ASSERT_EQ(qvsim_detector_count(id, QVSIM_PATH_HS, -40.0, 1e9, t, &count), QVSIM_OK);
+        EXPECT_NEAR(count, z + a * dT + b * dT * dT, 1e-9 * z) << t;
+    }
+    // Beyond the calibrated rows the drift holds its end value.
+    double atEnd = 0, beyond = 0;
+    ASSERT_EQ(qvsim_detector_count(id, QVSIM_PATH_HS, -40.0, 1e9, last, &atEnd), QVSIM_OK);
+    ASSERT_EQ(qvsim_detector_count(id, QVSIM_PATH_HS, -40.0, 1e9, 65535, &beyond), QVSIM_OK);
+    EXPECT_EQ(beyond, atEnd);
+
+    ASSERT_EQ(qvsim_set_temperature(id, 9100), QVSIM_OK);
+    EXPECT_EQ(qvsim_get_temperature(id), 9100);
+    EXPECT_NE(qvsim_get_temperature(other), 9100);
+    ASSERT_EQ(qvsim_sensor_unplug(id), QVSIM_OK);
+    ASSERT_EQ(qvsim_sensor_replug(id), QVSIM_OK);
+    EXPECT_EQ(qvsim_get_temperature(id), 9100);
+    EXPECT_EQ(qvsim_set_temperature(id, -1), QVSIM_E_ARG);
+    EXPECT_EQ(qvsim_set_temperature(id, 65536), QVSIM_E_ARG);
+    EXPECT_EQ(qvsim_set_temperature(31, 9000), QVSIM_E_NO_SENSOR);
+    EXPECT_EQ(qvsim_get_temperature(id), 9100);
+}
+
+TEST_F(SimBus, PowerIsTheInverseOfTheCount) {
+    const int id = Add("123456", 1, "TK8410");
+    for (int path : {QVSIM_PATH_HS, QVSIM_PATH_LS}) {
+        for (double t : {3000.0, 12000.0, 26000.0}) {
+            for (double dbm = (path == QVSIM_PATH_HS ? -75.0 : -35.0); dbm < (path == QVSIM_PATH_HS ? -15.0 : 25.0); dbm += 1.7) {
+                double count = 0, back = 0;
+                ASSERT_EQ(qvsim_detector_count(id, path, dbm, 7.7e9, t, &count), QVSIM_OK);
+                ASSERT_EQ(qvsim_detector_power(id, path, count, 7.7e9, t, &back), QVSIM_OK);
+                EXPECT_NEAR(back, dbm, 1e-9) << path << " " << t;
+            }
+        }
+    }
+    double dbm = 0;
+    ASSERT_EQ(qvsim_detector_power(id, QVSIM_PATH_HS, -1e6, 1e9, 9000, &dbm), QVSIM_OK);
+    EXPECT_TRUE(std::isinf(dbm) && dbm > 0);
+}
+
+TEST_F(SimBus, DetectorQueriesAreValidated) {
+    const int id = Add("123456");
+    double out = 0, a = 0, b = 0;
+    const double nan = std::nan("");
+    EXPECT_EQ(qvsim_detector_count(id, 2, -10, 1e9, 9000, &out), QVSIM_E_ARG);
+    EXPECT_EQ(qvsim_detector_count(id, -1, -10, 1e9, 9000, &out), QVSIM_E_ARG);
+    EXPECT_EQ(qvsim_detector_count(id, 0, nan, 1e9, 9000, &out), QVSIM_E_ARG);
+    EXPECT_EQ(qvsim_detector_count(id, 0, -10, nan, 9000, &out), QVSIM_E_ARG);
+    EXPECT_EQ(qvsim_detector_count(id, 0, -10, 1e9, nan, &out), QVSIM_E_ARG);
+    EXPECT_EQ(qvsim_detector_count(id, 0, -10, 1e9, 9000, nullptr), QVSIM_E_ARG);
+    EXPECT_EQ(qvsim_detector_power(id, 0, nan, 1e9, 9000, &out), QVSIM_E_ARG);
+    EXPECT_EQ(qvsim_detector_power(id, 0, 1000, 1e9, 9000, nullptr), QVSIM_E_ARG);
+    EXPECT_EQ(qvsim_detector_calibration(id, 0, -10, 1e9, &out, &a, nullptr), QVSIM_E_ARG);
+    EXPECT_EQ(qvsim_detector_calibration(id, 5, -10, 1e9, &out, &a, &b), QVSIM_E_ARG);
+    EXPECT_EQ(qvsim_detector_info_get(id, nullptr), QVSIM_E_ARG);
+    EXPECT_EQ(qvsim_detector_count(id + 1, 0, -10, 1e9, 9000, &out), QVSIM_E_NO_SENSOR);
+    EXPECT_EQ(qvsim_detector_calibration(id + 1, 0, -10, 1e9, &out, &a, &b), QVSIM_E_NO_SENSOR);
+    EXPECT_EQ(qvsim_get_temperature(id + 1), QVSIM_E_NO_SENSOR);
 }
 
 // ---------------------------------------------------------------- working memory
@@ -1162,6 +1385,15 @@ TEST_F(SimTool, ExitCodesSeparateUsageFromFailure) {
     EXPECT_EQ(Tool({"create", "--from", broken}), 2);
     ASSERT_EQ(qvsim_bus_open(busPath_.c_str()), QVSIM_OK);
     EXPECT_EQ(qvsim_sensor_list(nullptr, 0), 1);  // bus left as it was
+}
+TEST_F(SimTool, TemperatureCommandReadsAndSets) {
+    const int id = Add("123456");
+    EXPECT_EQ(Tool({"temperature", std::to_string(id)}), 0);
+    EXPECT_EQ(Tool({"temperature", std::to_string(id), "9001"}), 0);
+    EXPECT_EQ(qvsim_get_temperature(id), 9001);
+    EXPECT_EQ(Tool({"temperature", std::to_string(id), "65536"}), 2);
+    EXPECT_EQ(Tool({"temperature", "9"}), 1);
+    EXPECT_EQ(qvsim_get_temperature(id), 9001);
 }
 #endif
 

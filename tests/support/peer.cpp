@@ -94,6 +94,51 @@ int main() {
                 calls += 1000;
             }
             Reply(std::to_string(calls));
+        } else if (command == "init") {
+            std::string serial;
+            in >> serial;
+            Reply(std::to_string(QV_InitializeSensor_SN(serial.c_str())));
+        } else if (command == "uninit") {
+            std::string serial;
+            in >> serial;
+            Reply(std::to_string(QV_UninitializeSensor_SN(serial.c_str())));
+        } else if (command == "list") {
+            // "rc index:address:serial ..."
+            SensorListEntry list[kSlotCount + 8] = {};
+            const int n = QV_SensorCnt();
+            const int rc = QV_SensorList(list, kSlotCount + 8);
+            std::ostringstream out;
+            out << rc;
+            for (int i = 0; i < n && i < kSlotCount + 8; ++i)
+                out << ' ' << list[i].DeviceIndex << ':' << list[i].Address << ':'
+                    << list[i].SerialNumber;
+            Reply(out.str());
+        } else if (command == "address-idx") {
+            int index = 0;
+            in >> index;
+            Reply(std::to_string(QV_GetAddress_Idx(index)));
+        } else if (command == "serial-idx") {
+            int index = 0;
+            in >> index;
+            char serial[7] = {};
+            const int rc = QV_GetSerNo_Idx(index, serial);
+            Reply(std::to_string(rc) + " " + serial);
+        } else if (command == "model-idx") {
+            int index = 0;
+            in >> index;
+            int32_t model = 0;
+            const int rc = QV_GetModelNumber_Idx(index, &model);
+            Reply(std::to_string(rc) + " " + std::to_string(model));
+        } else if (command == "due") {
+            std::string serial;
+            in >> serial;
+            int32_t y = 0, m = 0, d = 0;
+            Reply(std::to_string(QV_GetCalDueDate(serial.c_str(), &y, &m, &d)));
+        } else if (command == "in-use-idx") {
+            int index = 0;
+            in >> index;
+            Reply(std::to_string(QV_IsDeviceInUse_Idx(index)) + " " +
+                  std::to_string(QV_IsDeviceMine_Idx(index)));
         } else if (command == "version") {
             Reply(std::to_string(QV_DriverVersion()));
         } else if (command == "state") {

@@ -43,11 +43,15 @@ protected:
     // The vendor requests the sensor received, in order, as "OUT 225" / "IN 252".
     static std::vector<std::string> Requests(int id) {
         std::vector<std::string> requests;
-        qvsim_transfer t[256];
-        const int n = qvsim_transcript_read(id, 0, t, 256);
-        for (int i = 0; i < n; ++i) {
-            if (t[i].kind == QVSIM_XFER_OUT) requests.push_back("OUT " + std::to_string(t[i].code));
-            if (t[i].kind == QVSIM_XFER_IN) requests.push_back("IN " + std::to_string(t[i].code));
+        std::vector<qvsim_transfer> t(256);
+        for (long long first = 0;;) {
+            const int n = qvsim_transcript_read(id, first, t.data(), static_cast<int>(t.size()));
+            if (n <= 0) break;
+            for (int i = 0; i < n; ++i) {
+                if (t[i].kind == QVSIM_XFER_OUT) requests.push_back("OUT " + std::to_string(t[i].code));
+                if (t[i].kind == QVSIM_XFER_IN) requests.push_back("IN " + std::to_string(t[i].code));
+            }
+            first = t[n - 1].seq + 1;
         }
         return requests;
     }

@@ -1,0 +1,549 @@
+// The calibration image: reading it out of the sensor, its checksum, the cache
+// file and when it may be used, and decoding into a slot.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "calibration_fixture.h"
+
+using namespace qv;
+using qv::test::Bytes;
+using Strings = std::vector<std::string>;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int kRequestsForWholeImage = 16 + 1 + 782 + 898;  // test block, checksum, two parts
+const Strings kCacheCheckOnly = [] {
+    Strings requests{"OUT 225"};
+    requests.insert(requests.end(), 16, "IN 229");
+    requests.insert(requests.end(), {"OUT 225", "IN 229"});
+    return requests;
+}();
+
+class CalImage : public qv::test::CalibrationTest {};
+
+// ---------------------------------------------------------------- reading blocks
+
+struct BlockCase {
+    const char* name;
+    std::int32_t region;
+    std::int32_t length;
+    std::int32_t expected;
+};
+
+class ReadCalBlockArguments : public CalImage, public ::testing::WithParamInterface<BlockCase> {};
+
+TEST_P(ReadCalBlockArguments, RefusedBeforeAnythingIsSent) {
+    const BlockCase c = GetParam();
+    const int id = AddSensor("CAL001", 1);
+    Bytes buffer(65000, 0xAA);
+    const std::int64_t h = Open();
+    qvsim_transcript_clear(id);
+    EXPECT_EQ(ReadCalBlock(h, c.region, buffer.data(), c.length, 4, 0), c.expected);
+    if (c.expected < 0) {
+        EXPECT_EQ(qvsim_transcript_count(id), 0);
+        EXPECT_EQ(buffer, Bytes(65000, 0xAA));
+    } else {
+        EXPECT_EQ(CountRequests(id, 229), (c.length + 63) / 64);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    RegionAndLength, ReadCalBlockArguments,
+    ::testing::Values(BlockCase{"Region3", 3, 64, -1}, BlockCase{"Region0", 0, 64, -1},
+                      BlockCase{"BadRegionBeforeBadLength", 7, 0, -1}, BlockCase{"Length0", 2, 0, -2},
+                      BlockCase{"LengthNegative", 6, -1, -2}, BlockCase{"Length64001", 6, 64001, -2},
+                      BlockCase{"Length1", 2, 1, 1}, BlockCase{"Length64000", 6, 64000, 64000}),
+    [](const ::testing::TestParamInfo<BlockCase>& info) { return std::string(info.param.name); });
+
+TEST_F(CalImage, BlockIsOnePointerThenPiecesOf64) {
+    const int id = AddSensor("CAL001", 1);
+    const std::int64_t h = Open();
+    qvsim_transcript_clear(id);
+    Bytes buffer(150);
+    ASSERT_EQ(ReadCalBlock(h, 6, buffer.data(), 150, 4, 0), 150);
+    EXPECT_EQ(Requests(id), (Strings{"OUT 225", "IN 229", "IN 229", "IN 229"}));
+    qvsim_transfer t[4];
+    ASSERT_EQ(qvsim_transcript_read(id, 0, t, 4), 4);
+    EXPECT_EQ(Bytes(t[0].data, t[0].data + 3), (Bytes{6, 4, 0}));
+    EXPECT_EQ(t[1].length, 64);
+    EXPECT_EQ(t[2].length, 64);
+    EXPECT_EQ(t[3].length, 22);
+    Bytes expected(150);
+    ASSERT_EQ(qvsim_memory_read(id, 6, 1024, expected.data(), 150), 150);
+    EXPECT_EQ(buffer, expected);
+}
+
+// ---------------------------------------------------------------- checksum
+
+struct ChecksumCase {
+    const char* name;
+    Bytes bytes;
+    std::uint32_t expected;
+};
+
+class Checksum : public ::testing::TestWithParam<ChecksumCase> {};
+
+TEST_P(Checksum, DoublesAndAddsEachByte) {
+    const ChecksumCase& c = GetParam();
+    EXPECT_EQ(CalChecksum(c.bytes.size(), c.bytes.data()), c.expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Sequences, Checksum,
+    ::testing::Values(ChecksumCase{"Empty", {}, 0u}, ChecksumCase{"FF", {0xFF}, 255u},
+                      ChecksumCase{"OneTwo", {0x01, 0x02}, 4u},
+                      // Place 31 from the end keeps only its lowest bit, place 32 nothing.
+                      ChecksumCase{"Place31", [] { Bytes b(32, 0); b[0] = 0x03; return b; }(), 0x80000000u},
+                      ChecksumCase{"Place32", [] { Bytes b(33, 0); b[0] = 0xFF; return b; }(), 0u}),
+    [](const ::testing::TestParamInfo<ChecksumCase>& info) { return std::string(info.param.name); });
+
+TEST(ChecksumWindow, BytesMoreThan32PlacesBeforeTheEndDropOut) {
+    std::mt19937 random(7);
+    Bytes tail(32);
+    for (auto& b : tail) b = static_cast<std::uint8_t>(random());
+    for (int prefixLength : {1, 5, 1000}) {
+        Bytes whole(static_cast<std::size_t>(prefixLength));
+        for (auto& b : whole) b = static_cast<std::uint8_t>(random());
+        whole.insert(whole.end(), tail.begin(), tail.end());
+        EXPECT_EQ(CalChecksum(whole.size(), whole.data()), CalChecksum(tail.size(), tail.data()));
+    }
+}
+
+TEST_F(CalImage, FactoryChecksumIsTheChecksumOfTheFactoryImage) {
+    const int id = AddSensor("CAL001", 1);
+    const Bytes image = SensorImage(id);
+    std::uint32_t stored = 0;
+    EXPECT_EQ(ReadCalChecksum(Open(), &stored), 1);
+    EXPECT_EQ(stored, CalChecksum(image.size(), image.data()));
+}
+
+struct ChecksumWriteCase {
+    const char* name;
+    int refusedEcho;  // 0: none
+    std::int32_t expected;
+    bool stored;
+};
+
+class ChecksumWrite : public CalImage, public ::testing::WithParamInterface<ChecksumWriteCase> {};
+
+TEST_P(ChecksumWrite, StoredOnlyWhenTheSensorEchoes) {
+    const ChecksumWriteCase c = GetParam();
+    const int id = AddSensor("CAL001", 1);
+    const std::uint32_t before = SensorChecksum(id);
+    if (c.refusedEcho != 0) AddFault(id, QVSIM_FAULT_NO_ECHO, c.refusedEcho, 1);
+    const std::int64_t h = Open();
+    qvsim_transcript_clear(id);
+    EXPECT_EQ(WriteCalChecksum(h, 0x12345678u), c.expected);
+    const Strings sent = Requests(id);
+    if (c.refusedEcho == 252) {
+        EXPECT_EQ(sent, (Strings{"OUT 225", "IN 252"}));
+    } else {
+        EXPECT_EQ(sent, (Strings{"OUT 225", "IN 252", "OUT 228", "IN 253"}));
+    }
+    qvsim_transfer t[3];
+    ASSERT_GE(qvsim_transcript_read(id, 0, t, 3), 1);
+    EXPECT_EQ(Bytes(t[0].data, t[0].data + 3), (Bytes{2, 0, 0x21}));
+    if (c.refusedEcho != 252) {
+        EXPECT_EQ(Bytes(t[2].data, t[2].data + 4), (Bytes{0x78, 0x56, 0x34, 0x12}));
+    }
+    EXPECT_EQ(SensorChecksum(id), c.stored ? 0x12345678u : before);
+
+    std::uint32_t read = 0;
+    qvsim_transcript_clear(id);
+    EXPECT_EQ(ReadCalChecksum(h, &read), 1);
+    EXPECT_EQ(read, SensorChecksum(id));
+    EXPECT_EQ(Requests(id), (Strings{"OUT 225", "IN 229"}));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Echoes, ChecksumWrite,
+    ::testing::Values(ChecksumWriteCase{"Confirmed", 0, 1, true},
+                      ChecksumWriteCase{"BeginRefused", 252, -4, false},
+                      // The data went out before the end was refused.
+                      ChecksumWriteCase{"EndRefused", 253, -5, true}),
+    [](const ::testing::TestParamInfo<ChecksumWriteCase>& info) { return std::string(info.param.name); });
+
+// ---------------------------------------------------------------- decoding
+
+// Image fields written the way the factory lays them out.
+void PutScaleHeader(std::uint8_t* h, unsigned na, unsigned nb, unsigned ea, unsigned eb) {
+    h[0] = static_cast<std::uint8_t>(na >> 6);
+    h[1] = static_cast<std::uint8_t>((na & 63) << 2 | nb >> 8);
+    h[2] = static_cast<std::uint8_t>(nb & 255);
+    h[3] = static_cast<std::uint8_t>(ea << 4 | eb);
+}
+
+void PutLevelEntry(std::uint8_t* e, unsigned z, unsigned y, unsigned x) {
+    e[0] = static_cast<std::uint8_t>(z >> 8);
+    e[1] = static_cast<std::uint8_t>(z & 255);
+    e[2] = static_cast<std::uint8_t>(y >> 6);
+    e[3] = static_cast<std::uint8_t>((y & 63) << 2 | x >> 8);
+    e[4] = static_cast<std::uint8_t>(x & 255);
+}
+
+struct FieldCase {
+    const char* name;
+    unsigned na, nb, ea, eb;  // raw header fields
+    unsigned z, y, x;         // raw entry fields
+    double a, b;              // decoded coefficients
+};
+
+class DecodeFields : public CalImage, public ::testing::WithParamInterface<FieldCase> {};
+
+TEST_P(DecodeFields, SignAndMagnitudeAndScale) {
+    const FieldCase c = GetParam();
+    Bytes image(kCalImageBytes, 0);
+    // The same fields at the first hs entry of point 0 and the last ls entry of point 400.
+    PutScaleHeader(&image[2 + 0], c.na, c.nb, c.ea, c.eb);
+    PutLevelEntry(&image[2 + 8], c.z, c.y, c.x);
+    PutScaleHeader(&image[2 + 268 * 400 + 4], c.na, c.nb, c.ea, c.eb);
+    PutLevelEntry(&image[2 + 268 * 400 + 138 + 5 * 25], c.z, c.y, c.x);
+    DecodeCalImage(3, image.data());
+
+    for (const CalLevelPoint& p : {Slot(3).calPoints[0].hs[0], Slot(3).calPoints[400].ls[25]}) {
+        EXPECT_DOUBLE_EQ(p.a, c.a);
+        EXPECT_DOUBLE_EQ(p.b, c.b);
+        EXPECT_EQ(p.z, c.z);
+    }
+    // Fields of the neighbours stay theirs: all zero, and a zero divisor gives 0.
+    for (const CalLevelPoint& p : {Slot(3).calPoints[0].hs[1], Slot(3).calPoints[0].ls[0],
+                                   Slot(3).calPoints[400].ls[24], Slot(3).calPoints[399].ls[25]}) {
+        EXPECT_EQ(p.a, 0.0);
+        EXPECT_EQ(p.b, 0.0);
+        EXPECT_EQ(p.z, 0.0);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Fields, DecodeFields,
+    ::testing::Values(
+        FieldCase{"ExponentNineIsMinusOne", 1, 1, 9, 9, 0, 5, 5, 0.5, 0.5},
+        FieldCase{"ExponentEightIsZero", 1, 1, 8, 8, 0, 5, 5, 5.0, 5.0},
+        FieldCase{"ExponentSevenIsSeven", 1, 1, 7, 7, 0, 1, 1, 1e7, 1e7},
+        FieldCase{"ExponentFifteenIsMinusSeven", 1, 1, 15, 15, 0, 1, 1, 1e-7, 1e-7},
+        FieldCase{"LargestPositiveMantissas", 8191, 511, 0, 0, 0, 8191, 511, 1.0, 1.0},
+        FieldCase{"SignBitAloneIsZero", 1, 1, 0, 0, 0, 8192, 512, 0.0, 0.0},
+        FieldCase{"SmallestNegativeMantissas", 1, 1, 0, 0, 0, 8193, 513, -1.0, -1.0},
+        FieldCase{"LargestNegativeMantissas", 1, 1, 0, 0, 0, 16383, 1023, -8191.0, -511.0},
+        FieldCase{"LargestDivisors", 16383, 1023, 0, 0, 0, 16383, 1023, -8191.0 / 16383, -511.0 / 1023},
+        FieldCase{"FieldsDoNotLeakIntoEachOther", 0x2AAA, 0x155, 0xA, 0x5, 0xFFFF, 0x1555, 0x2AA,
+                  0x1555 / double{0x2AAA} * 1e-2, -(0x2AA & 0x1FF) / double{0x155} * 1e5},
+        FieldCase{"CountIsUnsigned", 1, 1, 0, 0, 0x8001, 0, 0, 0.0, 0.0},
+        // A damaged header: no infinities, no NaN.
+        FieldCase{"ZeroDivisorA", 0, 4, 0, 0, 100, 5, 2, 0.0, 0.5},
+        FieldCase{"ZeroDivisorB", 4, 0, 0, 0, 100, 2, 5, 0.5, 0.0},
+        FieldCase{"ZeroDivisorsZeroMantissas", 0, 0, 0, 0, 100, 0, 0, 0.0, 0.0}),
+    [](const ::testing::TestParamInfo<FieldCase>& info) { return std::string(info.param.name); });
+
+TEST_F(CalImage, CalibrationTemperatureIsTheFirstTwoBytesHighFirst) {
+    Bytes image(kCalImageBytes, 0);
+    image[0] = 0x22;
+    image[1] = 0xC4;
+    DecodeCalImage(0, image.data());
+    EXPECT_EQ(Slot(0).calTmp, 8900.0);
+    Bytes erased(kCalImageBytes, 0xFF);
+    DecodeCalImage(0, erased.data());
+    EXPECT_EQ(Slot(0).calTmp, 65535.0);
+    // Erased memory decodes to finite numbers all the same.
+    for (const CalFreqPoint& point : Slot(0).calPoints)
+        for (const CalLevelPoint& p : point.hs) EXPECT_TRUE(std::isfinite(p.a) && std::isfinite(p.b));
+}
+
+TEST_F(CalImage, DecodingLeavesTheGridAndOtherSlotsAlone) {
+    Slot(1).calTmp = 1234.0;
+    const double level = Slot(0).calPoints[17].ls[9].level;
+    const double freq = Slot(0).calPoints[17].freq;
+    Bytes image(kCalImageBytes, 0x5A);
+    DecodeCalImage(0, image.data());
+    DecodeCalImage(13, image.data());
+    DecodeCalImage(-1, image.data());
+    EXPECT_EQ(Slot(0).calPoints[17].ls[9].level, level);
+    EXPECT_EQ(Slot(0).calPoints[17].freq, freq);
+    EXPECT_EQ(Slot(1).calTmp, 1234.0);
+}
+
+// The factory image of every kind of model decodes to the simulated detector's own
+// calibration, within what the encoding can hold.
+class DecodeFactoryImage : public CalImage, public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(DecodeFactoryImage, ReproducesTheDetectorsCalibration) {
+    const int id = AddSensor("F1X2Y3", 1, GetParam());
+    LoadIntoSlot(5, id, "F1X2Y3");
+    qvsim_detector_info info{};
+    ASSERT_EQ(qvsim_detector_info_get(id, &info), QVSIM_OK);
+    const DeviceRecord& r = Slot(5);
+    EXPECT_EQ(r.calTmp, info.cal_temperature);
+    EXPECT_EQ(CalStartFrequency(5), info.start_hz);
+    EXPECT_EQ(CalFrequencyStep(5), info.step_hz);
+    EXPECT_EQ(CalTempTableStart(5), info.temp_table_start);
+    EXPECT_EQ(CalTempStep(5), info.temp_step);
+
+    int checked = 0;
+    for (int i = 0; i < kCalFreqPoints; ++i) {
+        for (int path : {QVSIM_PATH_HS, QVSIM_PATH_LS}) {
+            const CalLevelPoint* decoded = path == QVSIM_PATH_HS ? r.calPoints[i].hs : r.calPoints[i].ls;
+            double z[kCalLevels], a[kCalLevels], b[kCalLevels];
+            double largestA = 0.0, largestB = 0.0;
+            for (int j = 0; j < kCalLevels; ++j) {
+                ASSERT_EQ(qvsim_detector_calibration(id, path, decoded[j].level, r.calPoints[i].freq, &z[j], &a[j],
+                                                     &b[j]),
+                          QVSIM_OK);
+                largestA = std::max(largestA, std::fabs(a[j]));
+                largestB = std::max(largestB, std::fabs(b[j]));
+            }
+            // One step of the 13- and 9-bit magnitudes at the path's own scale.
+            for (int j = 0; j < kCalLevels; ++j) {
+                EXPECT_NEAR(decoded[j].z, z[j], 0.5) << i << " " << path << " " << j;
+                EXPECT_NEAR(decoded[j].a, a[j], largestA / 8191) << i << " " << path << " " << j;
+                EXPECT_NEAR(decoded[j].b, b[j], largestB / 511) << i << " " << path << " " << j;
+                ++checked;
+            }
+            if (::testing::Test::HasFailure()) return;
+        }
+    }
+    EXPECT_EQ(checked, kCalFreqPoints * 2 * kCalLevels);
+}
+
+INSTANTIATE_TEST_SUITE_P(Models, DecodeFactoryImage,
+                         ::testing::Values("QV221A", "QV2xxA", "QV223A", "QV331A", "QV332A", "QV333A",
+                                           "QV441A", "QV442A", "VRT2", "OEMOEM", "R7703B", "R7705A",
+                                           "R7702B", "TK8410", "TKS6110", "TK6510", "TK7120",
+                                           "no such model"),
+                         [](const ::testing::TestParamInfo<const char*>& info) {
+                             std::string name;
+                             for (const char* c = info.param; *c; ++c)
+                                 if (std::isalnum(static_cast<unsigned char>(*c))) name += *c;
+                             return name;
+                         });
+
+// ---------------------------------------------------------------- cache file
+
+TEST_F(CalImage, FirstLoadReadsTheSensorAndCachesWhatItRead) {
+    const int id = AddSensor("CAL001", 1);
+    const std::int64_t h = Open();
+    qvsim_transcript_clear(id);
+    Bytes image(kCalImageBytes);
+    LoadCalImage(h, "CAL001", image.data());
+
+    EXPECT_EQ(image, SensorImage(id));
+    EXPECT_EQ(CountRequests(id, 229), kRequestsForWholeImage);
+    EXPECT_EQ(CountRequests(id, 252), 1);  // the checksum is stored again
+    EXPECT_EQ(SensorChecksum(id), CalChecksum(image.size(), image.data()));
+    const std::string path = CalCachePath("CAL001");
+    EXPECT_EQ(path, platform::JoinPath(platform::DataDirectory(), "QV_CD_CAL001.dat"));
+    EXPECT_EQ(FileBytes(path), CacheContent(image));
+    // Written aside and renamed: nothing else is left in the directory.
+    int files = 0;
+    for (const auto& entry : fs::directory_iterator(platform::DataDirectory())) {
+        EXPECT_EQ(entry.path().filename(), "QV_CD_CAL001.dat");
+        ++files;
+    }
+    EXPECT_EQ(files, 1);
+}
+
+TEST_F(CalImage, SecondLoadTakesTheImageFromTheCache) {
+    const int id = AddSensor("CAL001", 1);
+    const std::int64_t h = Open();
+    Bytes first(kCalImageBytes), second(kCalImageBytes, 0);
+    LoadCalImage(h, "CAL001", first.data());
+    qvsim_transcript_clear(id);
+    LoadCalImage(h, "CAL001", second.data());
+    EXPECT_EQ(Requests(id), kCacheCheckOnly);
+    EXPECT_EQ(second, first);
+}
+
+TEST_F(CalImage, TheCacheIsFoundWhateverTheCaseOfTheSerial) {
+    const int id = AddSensor("CAL00X", 1);
+    const std::int64_t h = Open();
+    Bytes image(kCalImageBytes);
+    LoadCalImage(h, "cal00x", image.data());
+    qvsim_transcript_clear(id);
+    LoadCalImage(h, "CAL00X", image.data());
+    EXPECT_EQ(Requests(id), kCacheCheckOnly);
+    EXPECT_EQ(CalCachePath("Cal00x"), CalCachePath("CAL00X"));
+}
+
+struct CacheCase {
+    const char* name;
+    std::int32_t expected;
+};
+
+class ReadCache : public CalImage, public ::testing::WithParamInterface<CacheCase> {};
+
+// The file as a valid cache of `image` would be, then spoilt as the case says.
+TEST_P(ReadCache, ValidOnlyWhenFileSensorAndTestBlockAgree) {
+    const CacheCase c = GetParam();
+    Bytes image(kCalImageBytes);
+    for (std::size_t i = 0; i < image.size(); ++i) image[i] = static_cast<std::uint8_t>(i * 31 + 7);
+    Bytes test(image.begin(), image.begin() + kCalTestBytes);
+    std::uint32_t sensorChecksum = CalChecksum(image.size(), image.data());
+    Bytes file = CacheContent(image);
+    const std::string name(c.name);
+    // The checksum only sees the last 32 bytes of what it covers.
+    if (name == "SelfChecksumWrong") file[kCalImageBytes - 5] ^= 0x40;
+    if (name == "SensorChecksumDiffers") sensorChecksum ^= 1;
+    if (name == "TestBlockDiffers") test[1023] ^= 1;
+    if (name == "ShortFile") file.pop_back();
+    if (name == "LongFile") file.push_back(0);
+    if (name == "EmptyFile") file.clear();
+    const std::string path = CalCachePath("CAL001");
+    fs::create_directories(platform::DataDirectory());
+    if (name != "NoFile") WriteBytes(path, file);
+
+    Bytes out(kCalImageBytes, 0xEE);
+    EXPECT_EQ(ReadCalCache("CAL001", kCalImageBytes, out.data(), kCalTestBytes, test.data(), sensorChecksum),
+              c.expected);
+    EXPECT_EQ(out, c.expected == 1 ? image : Bytes(kCalImageBytes, 0xEE));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Files, ReadCache,
+    ::testing::Values(CacheCase{"Valid", 1}, CacheCase{"NoFile", -1}, CacheCase{"SelfChecksumWrong", 0},
+                      CacheCase{"SensorChecksumDiffers", 0}, CacheCase{"TestBlockDiffers", 0},
+                      CacheCase{"ShortFile", 0}, CacheCase{"LongFile", 0}, CacheCase{"EmptyFile", 0}),
+    [](const ::testing::TestParamInfo<CacheCase>& info) { return std::string(info.param.name); });
+
+// After a first load has cached the image, something changes; the next load must
+// read the sensor again, cache what it read, and store its checksum in the sensor.
+class CacheInvalidation : public CalImage, public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(CacheInvalidation, NextLoadReadsTheSensorAgainAndRewritesTheCache) {
+    const std::string name = GetParam();
+    const int id = AddSensor("CAL001", 1);
+    const std::int64_t h = Open();
+    Bytes image(kCalImageBytes);
+    LoadCalImage(h, "CAL001", image.data());
+    const std::string path = CalCachePath("CAL001");
+    if (name == "FileChecksumWrong") {
+        Bytes file = FileBytes(path);
+        file[kCalImageBytes - 1] ^= 0x01;
+        WriteBytes(path, file);
+    } else if (name == "SensorChecksumDiffers") {
+        const std::uint8_t other[4] = {1, 2, 3, 4};
+        ASSERT_EQ(qvsim_memory_write(id, 2, 33, other, 4), 4);
+    } else if (name == "TestBlockChanged") {
+        // Both checksums still agree with each other; only the sensor's first bytes differ.
+        const std::uint8_t changed = static_cast<std::uint8_t>(image[600] ^ 0x10);
+        ASSERT_EQ(qvsim_memory_write(id, 2, 1024 + 600, &changed, 1), 1);
+    } else if (name == "FileCutShort") {
+        Bytes file = FileBytes(path);
+        file.resize(file.size() - 1000);
+        WriteBytes(path, file);
+    }
+
+    qvsim_transcript_clear(id);
+    Bytes again(kCalImageBytes);
+    LoadCalImage(h, "CAL001", again.data());
+    EXPECT_EQ(CountRequests(id, 229), kRequestsForWholeImage);
+    const Bytes now = SensorImage(id);
+    EXPECT_EQ(again, now);
+    EXPECT_EQ(FileBytes(path), CacheContent(now));
+    EXPECT_EQ(SensorChecksum(id), CalChecksum(now.size(), now.data()));
+
+    qvsim_transcript_clear(id);
+    LoadCalImage(h, "CAL001", again.data());
+    EXPECT_EQ(Requests(id), kCacheCheckOnly);
+}
+
+INSTANTIATE_TEST_SUITE_P(Changes, CacheInvalidation,
+                         ::testing::Values("FileChecksumWrong", "SensorChecksumDiffers", "TestBlockChanged",
+                                           "FileCutShort"));
+
+TEST_F(CalImage, SensorThatDoesNotAnswerGivesZerosNotStaleBytes) {
+    const int id = AddSensor("CAL001", 1);
+    AddFault(id, QVSIM_FAULT_REQUEST_FAILS, 229);
+    Bytes image(kCalImageBytes, 0xEE);
+    LoadCalImage(Open(), "CAL001", image.data());
+    EXPECT_EQ(image, Bytes(kCalImageBytes, 0));
+    EXPECT_EQ(FileBytes(CalCachePath("CAL001")), CacheContent(image));
+}
+
+// ---------------------------------------------------------------- data directory and names
+
+class DataDirectoryTest : public CalImage {
+protected:
+    void SetUp() override {
+        CalImage::SetUp();
+        saved_ = platform::GetEnv(platform::kEnvDataDir);
+    }
+    void TearDown() override {
+        setenv(platform::kEnvDataDir, saved_.c_str(), 1);
+        CalImage::TearDown();
+    }
+    std::string saved_;
+};
+
+TEST_F(DataDirectoryTest, MissingDirectoryIsCreated) {
+    const int id = AddSensor("CAL001", 1);
+    const std::string nested = saved_ + "/not/yet";
+    setenv(platform::kEnvDataDir, nested.c_str(), 1);
+    const std::int64_t h = Open();
+    Bytes image(kCalImageBytes);
+    LoadCalImage(h, "CAL001", image.data());
+    EXPECT_EQ(FileBytes(nested + "/QV_CD_CAL001.dat"), CacheContent(image));
+    qvsim_transcript_clear(id);
+    LoadCalImage(h, "CAL001", image.data());
+    EXPECT_EQ(Requests(id), kCacheCheckOnly);
+}
+
+TEST_F(DataDirectoryTest, UnusableDirectoryStillGivesTheSensorsImage) {
+    const int id = AddSensor("CAL001", 1);
+    fs::create_directories(saved_);
+    const std::string blocker = saved_ + "/a-file";
+    WriteBytes(blocker, Bytes{1});
+    setenv(platform::kEnvDataDir, (blocker + "/data").c_str(), 1);
+    const std::int64_t h = Open();
+    Bytes image(kCalImageBytes);
+    std::uint32_t checksum = 77;
+    EXPECT_EQ(WriteCalCache("CAL001", kCalImageBytes, image.data(), &checksum), -1);
+    EXPECT_EQ(checksum, 77u);
+    LoadCalImage(h, "CAL001", image.data());
+    EXPECT_EQ(image, SensorImage(id));
+    // Nothing cached, so the next load reads the sensor again.
+    qvsim_transcript_clear(id);
+    LoadCalImage(h, "CAL001", image.data());
+    EXPECT_EQ(CountRequests(id, 229), kRequestsForWholeImage);
+    EXPECT_EQ(SensorChecksum(id), CalChecksum(image.size(), image.data()));
+}
+
+class SerialInPath : public CalImage, public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(SerialInPath, NeverReachesTheFileSystem) {
+    const char* serial = GetParam();
+    const int id = AddSensor("CAL001", 1);
+    EXPECT_EQ(CalCachePath(serial), "");
+    Bytes image(kCalImageBytes, 1);
+    std::uint32_t checksum = 0;
+    EXPECT_EQ(WriteCalCache(serial, kCalImageBytes, image.data(), &checksum), -1);
+    EXPECT_EQ(ReadCalCache(serial, kCalImageBytes, image.data(), kCalTestBytes, image.data(), 0), -1);
+    LoadCalImage(Open(), serial, image.data());
+    EXPECT_EQ(image, SensorImage(id));
+    // Nothing was written anywhere under the test's directory but the bus file.
+    const fs::path top = platform::GetEnv("QV_TEST_TMPDIR");
+    for (const auto& entry : fs::recursive_directory_iterator(top))
+        EXPECT_TRUE(entry.is_directory() || entry.path().filename() == "bus.qvsim") << entry.path();
+}
+
+INSTANTIATE_TEST_SUITE_P(Names, SerialInPath,
+                         ::testing::Values("", "../CAL1", "CAL/01", "CAL.01", "..", "CAL 01", "CAL\\01",
+                                           "CAL:01", "\xC3\x84" "BC12", "CAL01\n"));
+
+TEST_F(CalImage, NoSerialMeansNoCache) {
+    EXPECT_EQ(CalCachePath(nullptr), "");
+    Bytes image(kCalImageBytes);
+    std::uint32_t checksum = 0;
+    EXPECT_EQ(WriteCalCache(nullptr, kCalImageBytes, image.data(), &checksum), -1);
+    EXPECT_EQ(ReadCalCache(nullptr, kCalImageBytes, image.data(), 0, image.data(), 0), -1);
+}
+
+}  // namespace
