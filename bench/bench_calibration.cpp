@@ -22,6 +22,7 @@
 #include "device/transport.h"
 #include "frame/shared_table.h"
 #include "platform/platform.h"
+#include "qv_api2.h"
 #include "sim/qvsim.h"
 
 namespace {
@@ -122,6 +123,35 @@ BENCHMARK(BM_LoadCalImage_ValidCache)->Unit(benchmark::kMillisecond)->UseRealTim
 
 void BM_LoadCalImage_NoCache(benchmark::State& state) { LoadWithLatency(state, false); }
 BENCHMARK(BM_LoadCalImage_NoCache)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(4);
+
+// The whole initialisation through the export, as an application sees it:
+// identity, calibration (cache or sensor), tables, device handle, release.
+void InitializeWithLatency(benchmark::State& state, bool keepCache) {
+    if (!Bench::Get().ready()) return state.SkipWithError("no simulated sensor");
+    const std::string cache = qv::CalCachePath(kSerial);
+    SetLatency(0);
+    if (QV_InitializeSensor_SN(kSerial) < 1) return state.SkipWithError("initialisation failed");
+    QV_UninitializeSensor_SN(kSerial);  // leaves a valid cache
+    SetLatency(kControlTransferMicros);
+    for (auto _ : state) {
+        if (!keepCache) {
+            state.PauseTiming();
+            qv::platform::RemoveFile(cache);
+            state.ResumeTiming();
+        }
+        benchmark::DoNotOptimize(QV_InitializeSensor_SN(kSerial));
+        state.PauseTiming();
+        QV_UninitializeSensor_SN(kSerial);
+        state.ResumeTiming();
+    }
+    SetLatency(0);
+}
+
+void BM_InitializeSensor_ValidCache(benchmark::State& state) { InitializeWithLatency(state, true); }
+BENCHMARK(BM_InitializeSensor_ValidCache)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+void BM_InitializeSensor_NoCache(benchmark::State& state) { InitializeWithLatency(state, false); }
+BENCHMARK(BM_InitializeSensor_NoCache)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(4);
 
 }  // namespace
 
