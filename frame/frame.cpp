@@ -58,9 +58,9 @@ void TearDownDetach(void* base, bool last) {
         ReleaseSlotsOfProcess(platform::CurrentProcessId());
     }
     if (block->attachCount > 0) --block->attachCount;
-    if (last || block->attachCount == 0) {
-        if (last) platform::LockDestroy(block->lockHandle);
-    }
+    // The lock goes with the last live process, whatever attachCount says: a
+    // process that was killed never counted itself out.
+    if (last) platform::LockDestroy(block->lockHandle);
     tableView = nullptr;
     UnloadDriver();
 }
