@@ -5,59 +5,17 @@
 #include <cstring>
 
 #include "device/discovery.h"
+#include "device/model_names.h"
 #include "device/transport.h"
 #include "frame/lookups.h"
 #include "frame/shared_table.h"
 
 namespace qv {
 
-namespace {
-
-struct ModelText {
-    const char* text;
-    std::int32_t model;
-};
-
-// Tested in this order; the first text found anywhere in the product string
-// decides (case matters).
-constexpr ModelText kModels[] = {
-    {"2xx", 0},     {"2XX", 0},     {"221", 1},     {"222", 2},     {"223", 3},
-    {"331", 4},     {"332", 5},     {"333", 6},     {"441", 7},     {"442", 8},
-    {"VRT2", 95},   {"OEM", 64},    {"RUnse", 65},  {"R7777A", 66}, {"R7701A", 67},
-    {"R7702A", 68}, {"R7703A", 69}, {"R7704A", 70}, {"R7705A", 71}, {"R7777B", 76},
-    {"R7701B", 77}, {"R7702B", 78}, {"R7703B", 79}, {"R7704B", 80}, {"R7705B", 81},
-    {"7110", 101},  {"7120", 102},  {"8110", 103},  {"8120", 104},  {"6110", 105},
-    {"6120", 106},  {"6310", 107},  {"6320", 108},  {"6510", 109},  {"7410", 110},
-    {"7320", 111},  {"8410", 112},  {"8320", 113},
-};
-
-// The trace-capability list: the same up to row 25, then full names, so that
-// a TKS model matches nothing.
-constexpr ModelText kTraceModels[] = {
-    {"2xx", 0},       {"2XX", 0},       {"221", 1},       {"222", 2},       {"223", 3},
-    {"331", 4},       {"332", 5},       {"333", 6},       {"441", 7},       {"442", 8},
-    {"VRT2", 95},     {"OEM", 64},      {"RUnse", 65},    {"R7777A", 66},   {"R7701A", 67},
-    {"R7702A", 68},   {"R7703A", 69},   {"R7704A", 70},   {"R7705A", 71},   {"R7777B", 76},
-    {"R7701B", 77},   {"R7702B", 78},   {"R7703B", 79},   {"R7704B", 80},   {"R7705B", 81},
-    {"TK6110", 105},  {"TK6120", 106},  {"TK6310", 107},  {"TK6320", 108},  {"TK6510", 109},
-    {"TK7110", 101},  {"TK7120", 102},  {"TK7410", 110},  {"TK7320", 111},  {"TK8110", 103},
-    {"TK8120", 104},  {"TK8410", 112},  {"TK8320", 113},
-};
-
-template <std::size_t N>
-std::int32_t Search(const ModelText (&list)[N], const char* product) {
-    if (!product) return kUnknownModel;
-    for (const ModelText& m : list)
-        if (std::strstr(product, m.text)) return m.model;
-    return kUnknownModel;
-}
-
-}  // namespace
-
-std::int32_t ModelFromProductString(const char* product) { return Search(kModels, product); }
+std::int32_t ModelFromProductString(const char* product) { return FindModelName(product, false); }
 
 std::int32_t TraceModelFromProductString(const char* product) {
-    return Search(kTraceModels, product);
+    return FindModelName(product, true);
 }
 
 bool IsTraceCapableModelIndex(std::int32_t model) {

@@ -6,30 +6,14 @@
 #include <iterator>
 #include <limits>
 
+#include "device/model_names.h"
+
 namespace qvsim {
 
 namespace {
 
 constexpr double kPi = 3.14159265358979323846;
 constexpr double kFirstLevelDbm[2] = {-70.0, -30.0};
-
-struct ModelText {
-    const char* text;
-    std::int32_t model;
-};
-
-// The sensor's firmware names its model in the product string; these are the texts
-// the host software tells models apart by, in the order it looks for them.
-constexpr ModelText kModelTexts[] = {
-    {"2xx", 0},     {"2XX", 0},     {"221", 1},     {"222", 2},     {"223", 3},
-    {"331", 4},     {"332", 5},     {"333", 6},     {"441", 7},     {"442", 8},
-    {"VRT2", 95},   {"OEM", 64},    {"RUnse", 65},  {"R7777A", 66}, {"R7701A", 67},
-    {"R7702A", 68}, {"R7703A", 69}, {"R7704A", 70}, {"R7705A", 71}, {"R7777B", 76},
-    {"R7701B", 77}, {"R7702B", 78}, {"R7703B", 79}, {"R7704B", 80}, {"R7705B", 81},
-    {"7110", 101},  {"7120", 102},  {"8110", 103},  {"8120", 104},  {"6110", 105},
-    {"6120", 106},  {"6310", 107},  {"6320", 108},  {"6510", 109},  {"7410", 110},
-    {"7320", 111},  {"8410", 112},  {"8320", 113},
-};
 
 // Models calibrated on the coarse grid (6.625e7 Hz steps, temperature rows of 70
 // counts); every other model, known or not, uses the fine one.
@@ -156,12 +140,9 @@ void EncodePath(const DetectorModel& model, int path, double hz, std::uint8_t* h
 
 }  // namespace
 
-std::int32_t ModelIndexOfProduct(const char* product) {
-    if (product == nullptr) return -1;
-    for (const ModelText& m : kModelTexts)
-        if (std::strstr(product, m.text) != nullptr) return m.model;
-    return -1;
-}
+// The sensor's firmware names its model in the product string, in the texts
+// the host software tells models apart by.
+std::int32_t ModelIndexOfProduct(const char* product) { return qv::FindModelName(product, false); }
 
 DetectorModel MakeDetectorModel(const char* serial, const char* product) {
     DetectorModel model{};
