@@ -44,6 +44,9 @@ void SetUpAttach(void* base, bool created) {
         block->firstLoadDone = 1;
         block->lockHandle = platform::LockCreate(kLockName);
         SetUpFreshBlock(*block);
+    } else {
+        // Held while we are attached, so the lock outlives the process that created it.
+        platform::LockAdopt(kLockName);
     }
     ++block->attachCount;
 }
@@ -51,6 +54,9 @@ void SetUpAttach(void* base, bool created) {
 void TearDownDetach(void* base, bool last) {
     auto* block = static_cast<SharedBlock*>(base);
     tableView = block;
+    // A process that is ending may already have unloaded the driver library: it is
+    // not called again, and the driver's handles die with the process.
+    if (platform::ProcessEnding()) UnloadDriver();
     {
         // Our slots are released under the lock so that no other process sees
         // them half-closed; if the lock cannot be had they are released anyway.

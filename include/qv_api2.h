@@ -284,6 +284,396 @@ QV_API int32_t QV_IsDeviceInUse_Idx(int32_t index);
 /* 1 when the device (|index|) is initialised by the calling process, else 0. */
 QV_API int32_t QV_IsDeviceMine_Idx(int32_t index);
 
+/* ------------------------------------------------------------------ measurement settings
+ *
+ * The settings of a sensor the calling process has initialised, named by its
+ * address (1..255). Values are checked before anything is looked up; a
+ * refused value gives -1 and changes nothing. Most settings only change the
+ * library's record; anti-aliasing, trigger and recorder settings are also
+ * sent to the sensor, and every setting that changes how a result is scaled
+ * switches the recorder output off. Getters answer -1 for a null pointer. */
+
+/* Unit codes (UnitCode) of results, references, limits and recorder levels. */
+#define QV_UNIT_DBM 0
+#define QV_UNIT_DBW 1
+#define QV_UNIT_DBKW 2
+#define QV_UNIT_DBUV 3
+#define QV_UNIT_DBMV 4
+#define QV_UNIT_DBV 5
+#define QV_UNIT_W 6
+#define QV_UNIT_V 7
+/* dB relative to the CW reference; results only (QV_SetMeasurementPowerUnits). */
+#define QV_UNIT_DB_REL 8
+
+/* Frequency in Hz; 1 GHz after a reset. Returns 1; -1 null pointer, sensor
+ * not initialised by the caller, or the lock could not be had. */
+QV_API int32_t QV_GetFrequency(int32_t address, double* frequencyHz);
+
+/* Sets the measurement frequency in Hz, which selects the calibration and the
+ * response correction. The value is stored first and then checked: from 10 MHz
+ * to the model's upper limit (10, 12.5, 18, 20 or 26.5 GHz). At 100 MHz and
+ * below anti-aliasing is switched on as well. Returns 1; -1 frequency outside
+ * the model's range (it stays stored all the same), sensor not found or not
+ * initialised by the caller. */
+QV_API int32_t QV_SetFrequency(int32_t address, double frequencyHz);
+
+/* Number of averages of a measurement. Returns 1; -1 as QV_GetFrequency. */
+QV_API int32_t QV_GetAverages(int32_t address, int32_t* averages);
+
+/* Sets the number of averages, 1 to 100000. Returns 1; -1 out of range, sensor
+ * not found or not initialised by the caller. */
+QV_API int32_t QV_SetAverages(int32_t address, int32_t averages);
+
+/* Offset in dB added to results while enabled. Returns 1; -1 as QV_GetFrequency. */
+QV_API int32_t QV_GetOffset(int32_t address, double* offsetDb);
+
+/* Sets the offset, -200 to 200 dB, and switches the recorder output off.
+ * Returns 1; -1 out of range, sensor not found or not initialised by the
+ * caller, or no device handle (the offset is stored all the same). */
+QV_API int32_t QV_SetOffset(int32_t address, double offsetDb);
+
+/* Whether the offset is applied (0 or 1). Returns 1; -1 as QV_GetFrequency. */
+QV_API int32_t QV_GetOffsetEnabled(int32_t address, int32_t* enabled);
+
+/* Applies the offset (1) or not (0) and switches the recorder output off
+ * through a device handle opened for the call. Needs no ownership. Returns 1;
+ * -1 not 0 or 1, or no sensor with this address. */
+QV_API int32_t QV_SetOffsetEnabled(int32_t address, int32_t enabled);
+
+/* Whether the duty-cycle correction is applied. Returns 1; -1 as QV_GetFrequency. */
+QV_API int32_t QV_GetDutyCycleEnabled(int32_t address, int32_t* enabled);
+
+/* Applies the duty-cycle correction (1) or not (0) and switches the recorder
+ * output off. Returns 1; -1 not 0 or 1, sensor not found or not initialised by
+ * the caller, or no device handle (nothing stored). */
+QV_API int32_t QV_SetDutyCycleEnabled(int32_t address, int32_t enabled);
+
+/* Duty cycle in per cent. Returns 1; -1 as QV_GetFrequency. */
+QV_API int32_t QV_GetDutyCyclePerCent(int32_t address, double* perCent);
+
+/* Sets the duty cycle, 0.001 to 100 per cent, and switches the recorder output
+ * off. Returns 1; -1 out of range, sensor not found or not initialised by the
+ * caller, or no device handle (the duty cycle is stored all the same). */
+QV_API int32_t QV_SetDutyCyclePerCent(int32_t address, double perCent);
+
+/* Unit code of results (QV_UNIT_). Returns 1; -1 as QV_GetFrequency. */
+QV_API int32_t QV_GetMeasurementPowerUnits(int32_t address, int32_t* units);
+
+/* Sets the unit of results, QV_UNIT_DBM to QV_UNIT_DB_REL (0..8), and switches
+ * the recorder output off. Returns 1; -1 out of range, sensor not found or not
+ * initialised by the caller, or no device handle (the unit is stored all the
+ * same). */
+QV_API int32_t QV_SetMeasurementPowerUnits(int32_t address, int32_t units);
+
+/* CW reference value and its unit code. Returns 1; -1 as QV_GetFrequency. */
+QV_API int32_t QV_GetCWReference(int32_t address, double* value, int32_t* units);
+
+/* Sets the CW reference that QV_UNIT_DB_REL results are relative to, in unit
+ * `units` (0..7). Needs no ownership. Returns 1; -1 unit out of range or no
+ * sensor with this address. */
+QV_API int32_t QV_SetCWReference(int32_t address, double value, int32_t units);
+
+/* Pulse references of the pulse power, peak power and average power (in the
+ * returned unit code) and of the duty cycle (per cent). Returns 1; -1 as
+ * QV_GetFrequency. */
+QV_API int32_t QV_GetPulseReference(int32_t address, double* pulse, double* peak,
+                                    double* average, double* dutyCycle, int32_t* units);
+
+/* Sets the four pulse references; `units` (0..7) applies to the three powers,
+ * the duty cycle is in per cent. Returns 1; -1 unit out of range, sensor not
+ * found or not initialised by the caller. */
+QV_API int32_t QV_SetPulseReference(int32_t address, double pulse, double peak, double average,
+                                    double dutyCycle, int32_t units);
+
+/* Pulse criteria in dB. Returns 1; -1 as QV_GetFrequency. */
+QV_API int32_t QV_GetPulseCriteria(int32_t address, double* criteriaDb);
+
+/* Sets the pulse criteria, 0.001 to 200 dB: samples within this many dB of the
+ * largest count as pulse-on. Needs no ownership. Returns 1; -1 out of range or
+ * no sensor with this address. */
+QV_API int32_t QV_SetPulseCriteria(int32_t address, double criteriaDb);
+
+/* Whether the automatic pulse criteria (3 dB) are used. Returns 1; -1 as
+ * QV_GetFrequency. */
+QV_API int32_t QV_GetAutoPulseEnabled(int32_t address, int32_t* enabled);
+
+/* Uses the automatic pulse criteria (1) or the set ones (0). Needs no
+ * ownership. Returns 1; -1 not 0 or 1, or no sensor with this address. */
+QV_API int32_t QV_SetAutoPulseEnabled(int32_t address, int32_t enabled);
+
+/* Whether anti-aliasing is on. Returns 1; -1 as QV_GetFrequency. */
+QV_API int32_t QV_GetAntiAliasingEnabled(int32_t address, int32_t* enabled);
+
+/* Switches the sensor's anti-aliasing on (1) or off (0). The setting is stored
+ * whatever the sensor answers. Returns 1; -1 not 0 or 1, sensor not found or
+ * not initialised by the caller, no device handle, or the sensor refused: its
+ * device handle is then closed, and the sensor must be released and
+ * initialised again before it can be used. */
+QV_API int32_t QV_SetAntiAliasingEnabled(int32_t address, int32_t enabled);
+
+/* The 75-ohm correction setting: 1 on, any other value off. Returns 1; -1 as
+ * QV_GetFrequency. */
+QV_API int32_t QV_Get75OhmsEnabled(int32_t address, int32_t* enabled);
+
+/* Stores the 75-ohm correction setting as given (1 on, any other value off).
+ * Returns 1; -1 sensor not initialised by the caller. */
+QV_API int32_t QV_Set75OhmsEnabled(int32_t address, int32_t enabled);
+
+/* ------------------------------------------------------------------ limits and response correction */
+
+/* LimitStatus: the verdict of the pass/fail measurements. */
+#define QV_LIMIT_PASS 0
+#define QV_LIMIT_BELOW 1            /* below the (lower) limit */
+#define QV_LIMIT_ABOVE 2            /* above the (upper) limit */
+#define QV_LIMIT_INSIDE 3           /* inside [lower, upper], ends included */
+#define QV_LIMIT_STRICTLY_INSIDE 4  /* inside (lower, upper) */
+#define QV_LIMIT_NOT_EVALUATED 5    /* limits off, or no valid rule */
+
+/* LimitsEnabled: which limit the pass/fail measurements apply. */
+#define QV_LIMITS_OFF 0
+#define QV_LIMITS_SINGLE_SIDED 1
+#define QV_LIMITS_DOUBLE_SIDED 2
+
+/* Single-sided rules: the result P against the limit L. */
+#define QV_SINGLE_ABOVE_OR_AT_FAILS 0 /* P >= L gives QV_LIMIT_ABOVE */
+#define QV_SINGLE_ABOVE_FAILS 1       /* P > L gives QV_LIMIT_ABOVE */
+#define QV_SINGLE_BELOW_OR_AT_FAILS 2 /* P <= L gives QV_LIMIT_BELOW */
+#define QV_SINGLE_BELOW_FAILS 3       /* P < L gives QV_LIMIT_BELOW */
+
+/* Double-sided rules: the result P against the limits Lo and Hi. */
+#define QV_DOUBLE_OUTSIDE_OR_AT_FAILS 0 /* P <= Lo: BELOW; else P >= Hi: ABOVE */
+#define QV_DOUBLE_OUTSIDE_FAILS 1       /* P < Lo: BELOW; else P > Hi: ABOVE */
+#define QV_DOUBLE_INSIDE_FLAGGED 2      /* Lo <= P <= Hi: QV_LIMIT_INSIDE */
+#define QV_DOUBLE_STRICTLY_INSIDE_FLAGGED 3 /* Lo < P < Hi: QV_LIMIT_STRICTLY_INSIDE */
+
+/* Sets the single-sided limit: the value (-200 to 200) in unit `units` (0..7)
+ * and the rule (QV_SINGLE_, 0..3). Returns 1; -1 a value out of range, sensor
+ * not found or not initialised by the caller. */
+QV_API int32_t QV_SetSingleSidedLimit(int32_t address, double limit, int32_t units, int32_t rule);
+
+/* The single-sided limit, its unit code and rule. Returns 1; -1 as QV_GetFrequency. */
+QV_API int32_t QV_GetSingleSidedLimit(int32_t address, double* limit, int32_t* units,
+                                      int32_t* rule);
+
+/* Sets the double-sided limits: lower <= upper, both -200 to 200, in unit
+ * `units` (0..7), and the rule (QV_DOUBLE_, 0..3). Returns 1; -1 a value out of
+ * range or lower above upper, sensor not found or not initialised by the caller. */
+QV_API int32_t QV_SetDoubleSidedLimit(int32_t address, double lower, double upper, int32_t units,
+                                      int32_t rule);
+
+/* The double-sided limits, their unit code and rule. Returns 1; -1 as
+ * QV_GetFrequency. */
+QV_API int32_t QV_GetDoubleSidedLimit(int32_t address, double* lower, double* upper,
+                                      int32_t* units, int32_t* rule);
+
+/* Chooses the limit the pass/fail measurements apply (QV_LIMITS_, 0..2).
+ * Returns 1; -1 out of range, sensor not found or not initialised by the caller. */
+QV_API int32_t QV_SetLimitEnabled(int32_t address, int32_t mode);
+
+/* Which limit is applied (QV_LIMITS_). Returns 1; -1 as QV_GetFrequency. */
+QV_API int32_t QV_GetLimitEnabled(int32_t address, int32_t* mode);
+
+/* Replaces the frequency-response table with `count` (0..201) points, meant in
+ * ascending frequency: each amplitude -200 to 200 dB, each frequency valid for
+ * the model (as QV_SetFrequency checks it). Entries beyond `count` become
+ * 0 Hz / 0 dB. Switches the recorder output off. Returns 1; -1 a null array,
+ * count or a point out of range, sensor not found or not initialised by the
+ * caller, or no device handle; the old table then stays. */
+QV_API int32_t QV_SetResponse(int32_t address, const QV_ResponsePoint* points, int32_t count);
+
+/* QV_SetResponse with the frequencies (Hz) and amplitudes (dB) in two arrays
+ * of `count` entries. Returns as QV_SetResponse. */
+QV_API int32_t QV_SetResponse_Flat(int32_t address, const double* frequencies,
+                                   const double* amplitudes, int32_t count);
+
+/* Copies the first *count (0..201) table entries into `points`, in use or not,
+ * and lowers *count to the number of points in use when it was larger. Needs
+ * no ownership. Returns 1; -1 a null pointer, *count out of range, or no
+ * sensor with this address in the table. */
+QV_API int32_t QV_GetResponse(int32_t address, QV_ResponsePoint* points, int32_t* count);
+
+/* QV_GetResponse into two arrays of *count entries; only the first *count (as
+ * returned) are written. Returns as QV_GetResponse. */
+QV_API int32_t QV_GetResponse_Flat(int32_t address, double* frequencies, double* amplitudes,
+                                   int32_t* count);
+
+/* Applies the response correction (1) or not (0) and switches the recorder
+ * output off. Returns 1; -1 not 0 or 1, sensor not found or not initialised by
+ * the caller, or no device handle. */
+QV_API int32_t QV_SetResponseEnabled(int32_t address, int32_t enabled);
+
+/* Whether the response correction is applied. Returns 1; -1 as QV_GetFrequency. */
+QV_API int32_t QV_GetResponseEnabled(int32_t address, int32_t* enabled);
+
+/* ------------------------------------------------------------------ trigger and recorder outputs */
+
+/* Recorder code of 1 V; 0 is 0 V. */
+#define QV_RECORDER_FULL_SCALE 52428
+
+/* Switches the sensor's TTL trigger input on (1) or off (0); a trigger output
+ * that is on is re-armed to match. Returns 1, also when the sensor refused (the
+ * setting then keeps its old value); -1 not 0 or 1, sensor not found or not
+ * initialised by the caller, or no device handle. */
+QV_API int32_t QV_SetTTLTriggerInEnabled(int32_t address, int32_t enabled);
+
+/* Whether the trigger input is on. Returns 1; -1 as QV_GetFrequency. */
+QV_API int32_t QV_GetTTLTriggerInEnabled(int32_t address, int32_t* enabled);
+
+/* Inverts the trigger input (1) or not (0). Returns 1; -1 not 0 or 1, sensor
+ * not found or not initialised by the caller, no device handle, or the request
+ * failed (the setting then keeps its old value). */
+QV_API int32_t QV_SetTTLTriggerInInverted(int32_t address, int32_t inverted);
+
+/* Whether the trigger input is inverted. Returns 1; -1 as QV_GetFrequency. */
+QV_API int32_t QV_GetTTLTriggerInInverted(int32_t address, int32_t* inverted);
+
+/* Sets how long a triggered measurement waits for its trigger, 0 to 30000 ms.
+ * Returns 1; -1 out of range, sensor not found or not initialised by the caller. */
+QV_API int32_t QV_SetTTLTriggerInTimeOut(int32_t address, int32_t milliseconds);
+
+/* The trigger-input time-out in ms. Returns 1; -1 as QV_GetFrequency. */
+QV_API int32_t QV_GetTTLTriggerInTimeOut(int32_t address, int32_t* milliseconds);
+
+/* Switches the TTL trigger output on (1) or off (any other value). The setting
+ * follows whatever the sensor answers. Returns 1; -1 sensor not found or not
+ * initialised by the caller, or no device handle. */
+QV_API int32_t QV_SetTTLTriggerOutEnabled(int32_t address, int32_t enabled);
+
+/* Whether the trigger output is on. Returns 1; -1 as QV_GetFrequency. */
+QV_API int32_t QV_GetTTLTriggerOutEnabled(int32_t address, int32_t* enabled);
+
+/* Inverts the trigger output (1) or not (0). Returns 1; -1 not 0 or 1, sensor
+ * not found or not initialised by the caller, no device handle, or the request
+ * failed (the setting then keeps its old value). */
+QV_API int32_t QV_SetTTLTriggerOutInverted(int32_t address, int32_t inverted);
+
+/* Whether the trigger output is inverted. Returns 1; -1 as QV_GetFrequency. */
+QV_API int32_t QV_GetTTLTriggerOutInverted(int32_t address, int32_t* inverted);
+
+/* Switches the recorder output on (1) or off (0); off also re-sends the
+ * trigger output's setting. After each CW result the output then shows it
+ * between the two levels of QV_SetRecorderOutSetup. Returns 1; -1 not 0 or 1,
+ * sensor not found or not initialised by the caller, no device handle, or the
+ * sensor refused (the setting then keeps its old value). */
+QV_API int32_t QV_SetRecorderOutEnabled(int32_t address, int32_t enabled);
+
+/* Whether the recorder output is on. Returns 1; -1 as QV_GetFrequency. */
+QV_API int32_t QV_GetRecorderOutEnabled(int32_t address, int32_t* enabled);
+
+/* Sets the results shown as 0 V and as 1 V, in unit `units` (0..7); results
+ * beyond them are held at 0 V and 1 V. With equal levels the output shows 1 V
+ * for results above the level and 0 V otherwise. Switches the recorder output
+ * off. Returns 1; -1 unit out of range, sensor not found or not initialised by
+ * the caller; -5 no device handle. */
+QV_API int32_t QV_SetRecorderOutSetup(int32_t address, double level0V, double level1V,
+                                      int32_t units);
+
+/* The two recorder levels and their unit code. Returns 1; -1 as
+ * QV_GetFrequency, or no device handle. */
+QV_API int32_t QV_GetRecorderOutSetup(int32_t address, double* level0V, double* level1V,
+                                      int32_t* units);
+
+/* ------------------------------------------------------------------ saved states
+ *
+ * A sensor's settings (the persisted fields of an InstrumentState: all but
+ * the extended averaging, max hold and 75-ohm fields) are kept in INI files
+ * in the data directory (QV_API2_DATA_DIR): the sensor's state file, named
+ * after its model and the address it had when initialised ("QV442A_12.ini"),
+ * holds the current state in section [CurrState] and registers 0 to 9 in
+ * [Reg_0] to [Reg_9]; a named state file ("QV442A_12_Bench_1.ini") holds a
+ * current state under a name of 1 to 20 characters, each a digit, an ASCII
+ * letter or '_'. Files can be edited by hand; a missing key reads as its
+ * default. Each sensor also has 20 registers (0..19) in memory, shared by all
+ * processes, into which whole states are stored and from which they are
+ * recalled. */
+
+/* Saves the current state as the named state `name`, replacing the keys of
+ * an earlier save of that name. Returns 1 (also when the file could not be
+ * written); -1 name null, empty, longer than 20 characters or with another
+ * character, or sensor not found or not initialised by the caller; -2 or -3 a
+ * fault while formatting the fixed keys or the response points. */
+QV_API int32_t QV_SaveCurrStateTo(int32_t address, const char* name);
+
+/* Replaces the current state's persisted fields with those of the named state
+ * `name`, taken as they convert, without any check; a missing file or key
+ * gives that key's default. Returns the restored MeasMode; -1 as
+ * QV_SaveCurrStateTo; -2 or -3 a fault while reading. */
+QV_API int32_t QV_RestoreCurrStateFrom(int32_t address, const char* name);
+
+/* Writes the current state and registers 0 to 9 of the sensor at `address`
+ * (1..255) to its state file; any process may do so. Returns 1 (also when the
+ * file could not be written); -1 address out of range; -2 the current state
+ * could not be written (also when no sensor has the address); -3 a register
+ * could not be written. */
+QV_API int32_t QV_WriteStateToINI(int32_t address);
+
+/* Reads the current state and registers 0 to 9 from the sensor's state file,
+ * as QV_RestoreCurrStateFrom does. Returns the current state's MeasMode
+ * afterwards; -1 sensor not found or not initialised by the caller. */
+QV_API int32_t QV_ReadStateFromINI(int32_t address);
+
+/* Copies the whole current state, run-time fields included, into `state`.
+ * Returns 1; -1 null pointer, sensor not found or not initialised by the
+ * caller. */
+QV_API int32_t QV_GetCurrentState(int32_t address, InstrumentState* state);
+
+/* Replaces the whole current state with `state` if it passes the check of
+ * every field's range (frequency within the model's range, references and
+ * levels within +-200, PlsRefDC and DutyeCycle within 1e-5..1, unit codes,
+ * 0/1 flags, not both recorder output and trigger input on, rules 0..3,
+ * TriggerDelay_mSec 1..30000, response points in range); nothing is sent to
+ * the sensor. Returns 1 whether or not the state was applied: read it back to
+ * know; -1 sensor not found or not initialised by the caller. */
+QV_API int32_t QV_SetCurrentState(int32_t address, InstrumentState state);
+
+/* Copies register `reg` (0..19) whole into `state`. Returns 1; -1 register
+ * out of range, null pointer, sensor not found or not initialised by the
+ * caller. */
+QV_API int32_t QV_GetRegState(int32_t address, int32_t reg, InstrumentState* state);
+
+/* As QV_SetCurrentState for register `reg` (0..19). Returns 1 whether or not
+ * applied; -1 register out of range, sensor not found or not initialised by
+ * the caller. */
+QV_API int32_t QV_SetRegState(int32_t address, int32_t reg, InstrumentState state);
+
+/* Copies the current state's persisted fields into register `reg` (0..19);
+ * the register's run-time fields stay. Needs no ownership. Returns 1; -1
+ * register out of range or sensor not found. */
+QV_API int32_t QV_Store(int32_t address, int32_t reg);
+
+/* Copies register `reg`'s (0..19) persisted fields into the current state,
+ * without any check and sending nothing to the sensor; the current run-time
+ * fields stay. Returns the recalled MeasMode; -1 register out of range,
+ * sensor not found or not initialised by the caller. */
+QV_API int32_t QV_Recall(int32_t address, int32_t reg);
+
+/* Gives every field of the current state its default. Returns 1; -1 sensor
+ * not found or not initialised by the caller. */
+QV_API int32_t QV_ResetCurrentState(int32_t address);
+
+/* Gives every field of all 20 registers its default. Returns 1; -1 sensor not
+ * found or not initialised by the caller. */
+QV_API int32_t QV_ResetRegStates(int32_t address);
+
+/* Number of named state files of the sensor (0 or more); -1 sensor not found
+ * or not initialised by the caller. */
+QV_API int32_t QV_GetNamedStateCount(int32_t address);
+
+/* Lists the names of the sensor's named states into `names`, each followed by
+ * a TAB (9), never more than *size bytes; the buffer is zero-filled first, so
+ * the list ends with a zero byte when room is left. Give at least 21 bytes
+ * per state (QV_GetNamedStateCount). Names longer than 20 characters are left
+ * out; states saved after the count are listed while whole entries fit.
+ * Returns 1 with *size set to the bytes written; -1 null pointer, *size below
+ * 21 or below 21 times the count (the buffer untouched), sensor not found or
+ * not initialised by the caller. */
+QV_API int32_t QV_GetNamedStateNames(int32_t address, char* names, int32_t* size);
+
+/* Deletes the named state `name`. Returns 1 deleted; 0 it could not be (it
+ * does not exist); -1 name null or breaking the name rule, sensor not found or
+ * not initialised by the caller. */
+QV_API int32_t QV_DeleteNamedState(int32_t address, const char* name);
+
 #ifdef __cplusplus
 }
 #endif

@@ -71,6 +71,12 @@ std::uint64_t LockCreate(const char* name);
 // Gives the lock up; called by the last detach with the value LockCreate returned.
 void LockDestroy(std::uint64_t created);
 
+// Called by every attach that finds the block already set up: keeps the lock
+// in existence for as long as this process stays attached, whichever process
+// created it (Windows: a named mutex lives only while some process has it
+// open). False when the lock does not exist.
+bool LockAdopt(const char* name);
+
 // Opens the lock by name for waiting; 0 when it does not exist.
 LockRef LockOpen(const char* name);
 
@@ -98,10 +104,19 @@ std::uint32_t TickMs();
 
 // ---------------------------------------------------------------- dynamic libraries
 
-// Loads a library by file name or path; 0 on failure.
+// Loads a library by file name or path; 0 on failure. Fails inside the load and
+// unload notifications (Windows: never under the loader lock).
 std::uintptr_t LibraryLoad(const char* file);
 void* LibrarySymbol(std::uintptr_t library, const char* name);
+// Inside the unload notification the library may stay loaded until the process
+// ends (Windows: FreeLibrary is not allowed under the loader lock).
 void LibraryUnload(std::uintptr_t library);
+
+// True while the unload notification runs because the whole process is ending
+// rather than the library alone being unloaded (Windows: ExitProcess). Other
+// libraries, the driver library among them, may then already have been told
+// to unload and must not be called; the process's handles die with it.
+bool ProcessEnding();
 
 // Default file name of the sensor driver library on this platform.
 const char* DefaultDriverFile();
@@ -124,6 +139,62 @@ bool WriteFileAtomic(const std::string& path, const void* data, std::size_t size
 
 bool FileExists(const std::string& path);
 bool RemoveFile(const std::string& path);
+
+// Names of the files the directory search finds for `pattern`: a path whose
+// last component may hold the wildcards '*' (any run of characters, none
+// included) and '?' (one character). Names come without their directory, one
+// byte per character, in the order of the search; directories are left out.
+// No match, or no such directory, gives an empty list.
+// Windows: FindFirstFileW/FindNextFileW with the pattern widened character by
+// character, keeping the low byte of each UTF-16 unit of the names found.
+// POSIX: case decides (as the file system does); names in byte order.
+std::vector<std::string> FindFiles(const std::string& pattern);
+
+// ---------------------------------------------------------------- profile files
+//
+// INI files as the Windows private-profile functions read and write them: a
+// line "[section]" opens a section, a line "key=value" holds a value. Section
+// and key names match without regard to ASCII case. Blanks (spaces, tabs)
+// around section names, keys and values do not count, and a value enclosed in
+// matching single or double quotes loses them. Lines may end in CR LF or LF;
+// a file written has CR LF throughout. The first of several equal sections or
+// keys is the one that counts. A missing file reads as empty.
+// One implementation for every platform (profile_file.cpp), over ReadFile and
+// WriteFileAtomic: the Windows functions themselves differ between
+// implementations in how they lay out a file they rewrite.
+
+// One key to read and where its value goes.
+struct ProfileRead {
+    const char* key;
+    const char* defaultValue;  // taken when the key is missing, trailing blanks dropped
+    char* buffer;              // receives at most size - 1 characters and a zero
+    std::uint32_t size;        // bytes of buffer; 0 writes nothing
+    std::uint32_t length;      // out: characters stored, zero excluded
+};
+
+// Reads `count` keys of `section` of the file at `path`, as that many
+// GetPrivateProfileStringA calls would.
+void ProfileReadStrings(const std::string& path, const char* section, ProfileRead* reads,
+                        std::size_t count);
+
+// One key to write.
+struct ProfileWrite {
+    const char* key;
+    const char* value;  // no CR or LF
+};
+
+// Writes `count` keys into `section` of the file at `path`, in order, as that
+// many WritePrivateProfileStringA calls would: a key
+// already in the section has its line replaced where it stands, a new one is
+// added after the section's last non-blank line; a missing section is appended
+// to the file, a missing file (and its directory) created. Every other line is
+// kept. The file is replaced whole (temporary file and rename), so no reader
+// and no crash ever sees it half-written. Writers of the same file must be
+// serialised by the caller (the library's lock does it). False when nothing
+// could be written: the file exists but cannot be read, a key or value holds a
+// line break, or the new file could not be put in place.
+bool ProfileWriteStrings(const std::string& path, const char* section,
+                         const ProfileWrite* writes, std::size_t count);
 
 }  // namespace qv::platform
 

@@ -22,12 +22,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <mutex>
+#include <string_view>
 
 namespace qv::platform {
 
@@ -245,6 +247,11 @@ void LockDestroy(std::uint64_t created) {
     if (g_lockMapName.text[0]) shm_unlink(g_lockMapName.c_str());
 }
 
+bool LockAdopt(const char*) {
+    // The lock object lives until the last detach unlinks it: nothing to hold.
+    return true;
+}
+
 LockRef LockOpen(const char* name) {
     std::lock_guard<std::mutex> guard(g_lockMapGuard);
     if (!g_lockMap) {
@@ -343,8 +350,20 @@ std::uint32_t TickMs() {
 
 // ---------------------------------------------------------------- dynamic libraries
 
+namespace {
+void DetachAtExit() { qv::frame::ProcessDetach(); }
+}  // namespace
+
 std::uintptr_t LibraryLoad(const char* file) {
-    return reinterpret_cast<std::uintptr_t>(dlopen(file, RTLD_NOW | RTLD_LOCAL));
+    void* library = dlopen(file, RTLD_NOW | RTLD_LOCAL);
+    // At exit the loaded library's static objects are destroyed before our
+    // destructor runs, and calling it then crashes. Exit handlers run in the
+    // reverse order of their registration, so one registered now detaches
+    // this process (closing its handles) while the library still works. At
+    // dlclose it runs too, as part of our own unloading; detaching twice does
+    // nothing.
+    if (library) std::atexit(DetachAtExit);
+    return reinterpret_cast<std::uintptr_t>(library);
 }
 
 void* LibrarySymbol(std::uintptr_t library, const char* name) {
@@ -357,6 +376,10 @@ void LibraryUnload(std::uintptr_t library) {
 }
 
 const char* DefaultDriverFile() { return "libQVUSBDRVD.so"; }
+
+// Never needed here: at exit the process detaches from an exit handler while the
+// driver library still works (see LibraryLoad).
+bool ProcessEnding() { return false; }
 
 // ---------------------------------------------------------------- files
 
@@ -433,6 +456,55 @@ bool FileExists(const std::string& path) {
 }
 
 bool RemoveFile(const std::string& path) { return unlink(path.c_str()) == 0; }
+
+namespace {
+// '*' any run of characters, '?' one; everything else itself.
+bool MatchesPattern(std::string_view name, std::string_view pattern) {
+    std::size_t n = 0, p = 0;
+    std::size_t starP = std::string_view::npos, starN = 0;
+    while (n < name.size()) {
+        if (p < pattern.size() && (pattern[p] == '?' || pattern[p] == name[n])) {
+            ++n;
+            ++p;
+        } else if (p < pattern.size() && pattern[p] == '*') {
+            starP = p++;
+            starN = n;
+        } else if (starP != std::string_view::npos) {
+            p = starP + 1;
+            n = ++starN;
+        } else {
+            return false;
+        }
+    }
+    while (p < pattern.size() && pattern[p] == '*') ++p;
+    return p == pattern.size();
+}
+}  // namespace
+
+std::vector<std::string> FindFiles(const std::string& pattern) {
+    std::vector<std::string> names;
+    const std::size_t slash = pattern.rfind('/');
+    const std::string directory = slash == std::string::npos ? "." : pattern.substr(0, slash + 1);
+    const std::string_view namePattern =
+        std::string_view(pattern).substr(slash == std::string::npos ? 0 : slash + 1);
+    DIR* dir = opendir(directory.c_str());
+    if (!dir) return names;
+    while (dirent* entry = readdir(dir)) {
+        const std::string_view name = entry->d_name;
+        if (name == "." || name == ".." || !MatchesPattern(name, namePattern)) continue;
+        if (entry->d_type == DT_DIR) continue;
+        if (entry->d_type == DT_UNKNOWN) {
+            struct stat st {};
+            const std::string path = directory + entry->d_name;
+            if (stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) continue;
+        }
+        names.emplace_back(name);
+    }
+    closedir(dir);
+    // readdir's order is arbitrary; a stable one makes listings repeatable.
+    std::sort(names.begin(), names.end());
+    return names;
+}
 
 }  // namespace qv::platform
 

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "calibration_fixture.h"
+#include "support/process.h"
 
 using namespace qv;
 using qv::test::Bytes;
@@ -477,7 +478,7 @@ protected:
         saved_ = platform::GetEnv(platform::kEnvDataDir);
     }
     void TearDown() override {
-        setenv(platform::kEnvDataDir, saved_.c_str(), 1);
+        qv::test::SetEnv(platform::kEnvDataDir, saved_);
         CalImage::TearDown();
     }
     std::string saved_;
@@ -486,7 +487,7 @@ protected:
 TEST_F(DataDirectoryTest, MissingDirectoryIsCreated) {
     const int id = AddSensor("CAL001", 1);
     const std::string nested = saved_ + "/not/yet";
-    setenv(platform::kEnvDataDir, nested.c_str(), 1);
+    qv::test::SetEnv(platform::kEnvDataDir, nested);
     const std::int64_t h = Open();
     Bytes image(kCalImageBytes);
     LoadCalImage(h, "CAL001", image.data());
@@ -501,7 +502,7 @@ TEST_F(DataDirectoryTest, UnusableDirectoryStillGivesTheSensorsImage) {
     fs::create_directories(saved_);
     const std::string blocker = saved_ + "/a-file";
     WriteBytes(blocker, Bytes{1});
-    setenv(platform::kEnvDataDir, (blocker + "/data").c_str(), 1);
+    qv::test::SetEnv(platform::kEnvDataDir, blocker + "/data");
     const std::int64_t h = Open();
     Bytes image(kCalImageBytes);
     std::uint32_t checksum = 77;

@@ -10,6 +10,7 @@
 #include "frame/shared_table.h"
 #include "platform/platform.h"
 #include "qv_api2.h"
+#include "support/process.h"
 #include "support/sim_fixture.h"
 
 using namespace qv;
@@ -103,7 +104,7 @@ TEST_F(Discovery, ListNegatesTheIndexOfAnotherProcesssSensorAndAnswersFromItsSlo
     EXPECT_EQ(list[1].DeviceIndex, 2);
     // With a live owner the slot stays and the sensor is not touched.
     ClaimForOtherProcess(0, "BBB222", 2, 2);
-    Slot(0).ownerPid = static_cast<std::uint32_t>(getppid());
+    Slot(0).ownerPid = qv::test::ParentProcessId();
     qvsim_transcript_clear(b);
     ASSERT_EQ(QV_SensorList(list, 2), 1);
     EXPECT_EQ(list[1].DeviceIndex, -2);
@@ -202,7 +203,7 @@ TEST_F(Discovery, SetAddressBySerialAndIndex) {
     AddFault(a, QVSIM_FAULT_NO_ECHO, kReqEndWrite, 1);
     EXPECT_EQ(QV_SetAddress_Idx(1, 61), -5);
     ClaimForOtherProcess(0, "AAA111", 51, 1);
-    Slot(0).ownerPid = static_cast<std::uint32_t>(getppid());
+    Slot(0).ownerPid = qv::test::ParentProcessId();
     EXPECT_EQ(QV_SetAddress_SN("AAA111", 70), -5);
     EXPECT_EQ(QV_SetAddress_Idx(1, 70), -5);
     EXPECT_EQ(Info(a).open_handles, 0);

@@ -13,6 +13,7 @@
 #include "frame/lookups.h"
 #include "frame/shared_table.h"
 #include "platform/platform.h"
+#include "support/process.h"
 #include "support/sim_fixture.h"
 
 using namespace qv;
@@ -313,11 +314,11 @@ protected:
     void Use(const char* file) {
         saved_ = platform::GetEnv(platform::kEnvDriver);
         UnloadDriver();
-        setenv(platform::kEnvDriver, file, 1);
+        qv::test::SetEnv(platform::kEnvDriver, file);
     }
     void TearDown() override {
         UnloadDriver();
-        setenv(platform::kEnvDriver, saved_.c_str(), 1);
+        qv::test::SetEnv(platform::kEnvDriver, saved_);
         Transport::TearDown();
     }
     std::string saved_;

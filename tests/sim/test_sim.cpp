@@ -6,22 +6,20 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
-#include <spawn.h>
 #include <stdexcept>
 #include <string>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <vector>
 
 #include "qvsim.h"
 #include "qvsim_driver.h"
-
-extern char** environ;
+#include "support/process.h"
 
 namespace {
+
+using qv::test::ChildOptions;
+using qv::test::RunProcess;
 
 constexpr QvGuid kSensorClass = {0x8BC86AFDu, 0xF393u, 0x458Du, {0x9A, 0x8D, 0xAD, 0x9E, 0xEE, 0x17, 0x88, 0x22}};
 constexpr int kVendor = 2;
@@ -35,21 +33,10 @@ struct Reply {
 
 // Runs this test binary again as a helper process (see ChildMain) and returns its
 // exit status, or -1 if it did not exit normally.
-int RunProcess(const std::vector<std::string>& args, char** environment = environ) {
-    std::vector<char*> argv;
-    for (const std::string& arg : args) argv.push_back(const_cast<char*>(arg.c_str()));
-    argv.push_back(nullptr);
-    pid_t pid = 0;
-    if (posix_spawn(&pid, argv[0], nullptr, nullptr, argv.data(), environment) != 0) return -1;
-    int status = 0;
-    if (waitpid(pid, &status, 0) != pid || !WIFEXITED(status)) return -1;
-    return WEXITSTATUS(status);
-}
-
-int RunChild(const std::vector<std::string>& args) {
-    std::vector<std::string> all{"/proc/self/exe", "--sim-child"};
+int RunChild(const std::vector<std::string>& args, const ChildOptions& options = {}) {
+    std::vector<std::string> all{qv::test::CurrentProgram(), "--sim-child"};
     all.insert(all.end(), args.begin(), args.end());
-    return RunProcess(all);
+    return RunProcess(all, options);
 }
 
 // ---------------------------------------------------------------- driver-side helpers
@@ -133,11 +120,10 @@ Bytes LittleEndian(uint32_t value) {
 class SimBus : public ::testing::Test {
 protected:
     void SetUp() override {
-        char pattern[] = "/tmp/qvsim_test_XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        directory_ = pattern;
+        directory_ = qv::test::MakeTemporaryDirectory("qvsim_test_");
+        ASSERT_FALSE(directory_.empty());
         busPath_ = directory_ + "/bus";
-        setenv(QVSIM_BUS_ENV, busPath_.c_str(), 1);
+        qv::test::SetEnv(QVSIM_BUS_ENV, busPath_);
         ASSERT_EQ(qvsim_bus_create(nullptr), QVSIM_OK);
     }
 
@@ -1269,12 +1255,12 @@ TEST_F(SimBus, OnlyBusFilesOfThisVersionOpen) {
 TEST_F(SimBus, WithoutABusThereAreNoSensors) {
     Add("123456");
     ASSERT_EQ(qvsim_bus_close(), QVSIM_OK);
-    unsetenv(QVSIM_BUS_ENV);
+    qv::test::UnsetEnv(QVSIM_BUS_ENV);
     EXPECT_EQ(QV_USBDRVD_GetDevCount(&kSensorClass), 0);
     EXPECT_EQ(OpenIndex(0), QV_DRV_INVALID_HANDLE);
     EXPECT_EQ(qvsim_sensor_add(nullptr), QVSIM_E_ARG);
     EXPECT_EQ(qvsim_get_address(0), QVSIM_E_NO_BUS);
-    setenv(QVSIM_BUS_ENV, busPath_.c_str(), 1);
+    qv::test::SetEnv(QVSIM_BUS_ENV, busPath_);
     EXPECT_EQ(QV_USBDRVD_GetDevCount(&kSensorClass), 1);  // attaches again on its own
 }
 
@@ -1306,13 +1292,9 @@ TEST_F(SimBus, ProcessDyingWithTheLockDoesNotWedgeTheBus) {
 
 TEST_F(SimBus, ChildWithoutTheVariableSeesNoBus) {
     Add("123456");
-    std::vector<std::string> kept;
-    for (char** variable = environ; *variable != nullptr; ++variable)
-        if (std::strncmp(*variable, QVSIM_BUS_ENV "=", std::strlen(QVSIM_BUS_ENV) + 1) != 0) kept.push_back(*variable);
-    std::vector<char*> environment;
-    for (std::string& variable : kept) environment.push_back(variable.data());
-    environment.push_back(nullptr);
-    EXPECT_EQ(RunProcess({"/proc/self/exe", "--sim-child", "count"}, environment.data()), 0);
+    ChildOptions withoutBus;
+    withoutBus.withoutEnv = {QVSIM_BUS_ENV};
+    EXPECT_EQ(RunChild({"count"}, withoutBus), 0);
 }
 
 // ---------------------------------------------------------------- qvsim tool
@@ -1322,21 +1304,10 @@ class SimTool : public SimBus {
 protected:
     int Tool(std::vector<std::string> args) {
         args.insert(args.begin(), {QVSIM_TOOL_PATH, "--bus", busPath_});
-        const std::string quietened = directory_ + "/tool.out";
         // Keep the tool's output out of the test log.
-        std::vector<char*> argv;
-        for (std::string& arg : args) argv.push_back(arg.data());
-        argv.push_back(nullptr);
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addopen(&actions, 1, quietened.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        posix_spawn_file_actions_addopen(&actions, 2, quietened.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-        pid_t pid = 0;
-        const int spawned = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
-        posix_spawn_file_actions_destroy(&actions);
-        if (spawned != 0) return -1;
-        int status = 0;
-        return waitpid(pid, &status, 0) == pid && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        ChildOptions quietened;
+        quietened.outputFile = directory_ + "/tool.out";
+        return RunProcess(args, quietened);
     }
 };
 
@@ -1406,7 +1377,7 @@ int ChildMain(int argc, char** argv) {
     if (action == "count") return QV_USBDRVD_GetDevCount(&kSensorClass);
     if (action == "die-holding-lock") {
         qvsim_bus_lock();
-        _exit(0);
+        std::_Exit(0);
     }
     if (argc < 4) return 100;
     const QvDrvHandle device = OpenIndex(std::atoi(argv[3]));

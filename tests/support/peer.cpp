@@ -4,8 +4,6 @@
 //
 // It links the library's code directly, so it can also reach internals that
 // have no export (claiming a slot without a sensor, holding the lock).
-#include <unistd.h>
-
 #include <chrono>
 #include <cstdio>
 #include <cstring>
@@ -15,6 +13,7 @@
 
 #include "calibration/ownership.h"
 #include "frame/frame.h"
+#include "frame/lookups.h"
 #include "frame/shared_table.h"
 #include "qv_api2.h"
 
@@ -160,6 +159,33 @@ int main() {
                 ReleaseSlotsOfProcess(platform::CurrentProcessId());
                 return 1;
             })));
+        } else if (command == "write-ini-loop") {
+            // Writes the sensor's state file the given number of times; how
+            // many of the writes did not return 1.
+            int address = 0, count = 0;
+            in >> address >> count;
+            int failures = 0;
+            for (int i = 0; i < count; ++i) failures += QV_WriteStateToINI(address) != 1;
+            Reply(std::to_string(failures));
+        } else if (command == "save-forever") {
+            // Writes the sensor's state file, a large one whose values change
+            // each time, until killed; "saved" after each write.
+            int address = 0;
+            in >> address;
+            for (int i = 1;; ++i) {
+                Enter([&] {
+                    const int slot = GetInUseSlotByAddress(address);
+                    if (slot < 0) return -1;
+                    Slot(slot).current.NumberOfResponsePoints = QV_RESPONSE_POINTS;
+                    Slot(slot).current.Averages = i;
+                    return 1;
+                });
+                Reply(QV_WriteStateToINI(address) == 1 ? "saved" : "failed");
+            }
+        } else if (command == "read-ini") {
+            int address = 0;
+            in >> address;
+            Reply(std::to_string(QV_ReadStateFromINI(address)));
         } else if (command == "hold") {
             // Takes the lock and keeps it for the given milliseconds (forever
             // when 0): the lock is then held by a live, or later killed, process.
@@ -172,7 +198,7 @@ int main() {
             }
             Reply("holding");
             if (ms == 0) {
-                for (;;) pause();
+                for (;;) platform::SleepMs(60000);
             }
             platform::SleepMs(static_cast<std::uint32_t>(ms));
             Reply("released");

@@ -3,77 +3,49 @@
 // Every machine-wide name the library uses (shared block, lock, data directory,
 // simulated bus) is redirected into a fresh namespace, so that tests running
 // side by side never meet each other or a real installation; afterwards the
-// namespace's shared-memory objects and files are removed.
+// namespace's leftovers and files are removed.
 //
 //   qv_test_env PROGRAM [ARGS...]
-#include <dirent.h>
-#include <sys/mman.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <filesystem>
 #include <string>
+#include <system_error>
+#include <vector>
 
-namespace {
+#include "support/process.h"
 
-void RemoveTree(const std::string& path) {
-    if (DIR* dir = opendir(path.c_str())) {
-        while (dirent* e = readdir(dir)) {
-            if (!std::strcmp(e->d_name, ".") || !std::strcmp(e->d_name, "..")) continue;
-            const std::string child = path + "/" + e->d_name;
-            if (e->d_type == DT_DIR) RemoveTree(child);
-            else unlink(child.c_str());
-        }
-        closedir(dir);
-    }
-    rmdir(path.c_str());
-}
-
-void RemoveSharedObjects(const std::string& ns) {
-    DIR* dir = opendir("/dev/shm");
-    if (!dir) return;
-    while (dirent* e = readdir(dir)) {
-        if (std::strstr(e->d_name, ns.c_str())) shm_unlink((std::string("/") + e->d_name).c_str());
-    }
-    closedir(dir);
-}
-
-}  // namespace
+using namespace qv::test;
 
 int main(int argc, char** argv) {
     if (argc < 2) {
         std::fprintf(stderr, "usage: qv_test_env PROGRAM [ARGS...]\n");
         return 2;
     }
-    const std::string ns = "qvtest" + std::to_string(getpid());
-    char dirTemplate[] = "/tmp/qv_api2_test_XXXXXX";
-    if (!mkdtemp(dirTemplate)) {
-        std::perror("mkdtemp");
+    const std::string ns = "qvtest" + std::to_string(CurrentProcessId());
+    const std::string dir = MakeTemporaryDirectory("qv_api2_test_");
+    if (dir.empty()) {
+        std::fprintf(stderr, "qv_test_env: cannot make a temporary directory\n");
         return 2;
     }
-    const std::string dir = dirTemplate;
-    setenv("QV_API2_NAMESPACE", ns.c_str(), 1);
-    setenv("QV_API2_DATA_DIR", (dir + "/data").c_str(), 1);
-    setenv("QV_SIM_BUS", (dir + "/bus.qvsim").c_str(), 1);
+    const std::filesystem::path base(dir);
+    SetEnv("QV_API2_NAMESPACE", ns);
+    SetEnv("QV_API2_DATA_DIR", (base / "data").string());
+    SetEnv("QV_SIM_BUS", (base / "bus.qvsim").string());
 #ifdef QV_TEST_DRIVER
-    if (!getenv("QV_USBDRVD")) setenv("QV_USBDRVD", QV_TEST_DRIVER, 1);
+    if (!std::getenv("QV_USBDRVD")) SetEnv("QV_USBDRVD", QV_TEST_DRIVER);
 #endif
-    setenv("QV_TEST_TMPDIR", dir.c_str(), 1);
+    SetEnv("QV_TEST_TMPDIR", dir);
 
-    const pid_t child = fork();
-    if (child == 0) {
-        execv(argv[1], argv + 1);
-        std::perror("execv");
-        _exit(127);
+    std::fflush(stdout);
+    std::fflush(stderr);
+    const int status = RunProcess(std::vector<std::string>(argv + 1, argv + argc));
+    RemoveNamespaceObjects(ns);
+    std::error_code ignored;
+    std::filesystem::remove_all(base, ignored);
+    if (status < 0) {
+        std::fprintf(stderr, "qv_test_env: %s did not exit by itself\n", argv[1]);
+        return 1;
     }
-    int status = 0;
-    while (waitpid(child, &status, 0) < 0) {
-    }
-    RemoveSharedObjects(ns);
-    RemoveTree(dir);
-    if (WIFEXITED(status)) return WEXITSTATUS(status);
-    std::fprintf(stderr, "qv_test_env: %s ended by signal %d\n", argv[1], WTERMSIG(status));
-    return 1;
+    return status;
 }
