@@ -121,6 +121,21 @@ void UseSlot(Reach& reach, std::int32_t slot) {
     if (!reach.othersSlot) reach.device.Reset(Slot(slot).deviceHandle, false);
 }
 
+// The sensor with this serial number: through the slot in use that holds it,
+// else opened for this operation.
+void ReachBySerial(Reach& reach, const char* serial) {
+    const std::int32_t slot = InUseSlotBySerial(serial);
+    if (slot != kNoSlot) UseSlot(reach, slot);
+    else reach.device.Reset(OpenDevice_SN(serial), true);
+}
+
+// The same for device `index`.
+void ReachByIndex(Reach& reach, std::int32_t index) {
+    const std::int32_t slot = InUseSlotByDevId(index);
+    if (slot != kNoSlot) UseSlot(reach, slot);
+    else reach.device.Reset(OpenDevice_Idx(index), true);
+}
+
 // The address of device `index` for the conflict checks: from its slot, else
 // read from the sensor. 1 with the address, 0 when unreadable, -5 when it
 // cannot be opened.
@@ -244,15 +259,10 @@ std::int32_t GetAddress_SN(const char* serial) {
     if (!IsValidSerialNumber(serial)) return -2;
     if (DeviceCount() < 1) return -1;
     Reach reach;
-    const std::int32_t slot = InUseSlotBySerial(serial);
-    if (slot != kNoSlot) {
-        UseSlot(reach, slot);
-        // Another process's sensor is answered from the table, untouched.
-        if (reach.othersSlot) return Slot(slot).address;
-    } else {
-        reach.device.Reset(OpenDevice_SN(serial), true);
-        if (!reach.device.Valid()) return -5;
-    }
+    ReachBySerial(reach, serial);
+    // Another process's sensor is answered from the table, untouched.
+    if (reach.othersSlot) return Slot(reach.slot).address;
+    if (reach.slot == kNoSlot && !reach.device.Valid()) return -5;
     std::int32_t tempAddr = 0;
     if (ReadSensorAddress(reach.device.get(), &tempAddr) != 1) tempAddr = 0;
     return tempAddr;
@@ -265,13 +275,9 @@ std::int32_t GetAddress_Idx(std::int32_t index) {
         return slot == kNoSlot ? -2 : Slot(slot).address;
     }
     Reach reach;
-    const std::int32_t slot = InUseSlotByDevId(index);
-    if (slot != kNoSlot) {
-        UseSlot(reach, slot);
-        if (reach.othersSlot) return Slot(slot).address;
-    } else {
-        reach.device.Reset(OpenDevice_Idx(index), true);
-    }
+    ReachByIndex(reach, index);
+    const std::int32_t slot = reach.slot;
+    if (reach.othersSlot) return Slot(slot).address;
     if (!reach.device.Valid()) return -5;
     std::int32_t address = 0;
     if (ReadSensorAddress(reach.device.get(), &address) != 1) {
@@ -307,28 +313,16 @@ std::int32_t WriteAddressThrough(Reach& reach, std::int32_t address) {
 std::int32_t SetAddress_SN(const char* serial, std::int32_t address) {
     if (!serial) return -1;
     Reach reach;
-    const std::int32_t slot = InUseSlotBySerial(serial);
-    if (slot != kNoSlot) {
-        UseSlot(reach, slot);
-        if (reach.othersSlot) return -5;
-    } else {
-        const std::int64_t h = OpenDevice_SN(serial);
-        if (h <= 0 || h == -1) return -4;
-        reach.device.Reset(h, true);
-    }
+    ReachBySerial(reach, serial);
+    if (reach.othersSlot) return -5;
+    if (reach.slot == kNoSlot && !reach.device.Valid()) return -4;
     return WriteAddressThrough(reach, address);
 }
 
 std::int32_t SetAddress_Idx(std::int32_t index, std::int32_t address) {
     Reach reach;
-    const std::int32_t slot = InUseSlotByDevId(index);
-    if (slot != kNoSlot) {
-        UseSlot(reach, slot);
-        if (reach.othersSlot) return -5;
-    } else {
-        reach.device.Reset(OpenDevice_Idx(index), true);
-    }
-    if (!reach.device.Valid()) return -5;
+    ReachByIndex(reach, index);
+    if (reach.othersSlot || !reach.device.Valid()) return -5;
     return WriteAddressThrough(reach, address);
 }
 
@@ -395,13 +389,8 @@ std::int32_t IsSensorConnected_SN(const char* serial) {
     if (!serial) return -1;
     if (DeviceCount() < 1) return 0;
     Reach reach;
-    const std::int32_t slot = InUseSlotBySerial(serial);
-    if (slot != kNoSlot) {
-        UseSlot(reach, slot);
-        if (reach.othersSlot) return -5;
-    } else {
-        reach.device.Reset(OpenDevice_SN(serial), true);
-    }
+    ReachBySerial(reach, serial);
+    if (reach.othersSlot) return -5;
     if (!reach.device.Valid()) return 0;
     BlinkLED(reach.device.get());
     return 1;
@@ -445,9 +434,7 @@ std::int32_t BlinkThrough(Reach& reach) {
 std::int32_t BlinkLED_SN(const char* serial) {
     if (!serial) return -1;
     Reach reach;
-    const std::int32_t slot = InUseSlotBySerial(serial);
-    if (slot != kNoSlot) UseSlot(reach, slot);
-    else reach.device.Reset(OpenDevice_SN(serial), true);
+    ReachBySerial(reach, serial);
     return BlinkThrough(reach);
 }
 
@@ -466,9 +453,7 @@ std::int32_t BlinkLED_Addr(std::int32_t address) {
 
 std::int32_t BlinkLED_Idx(std::int32_t index) {
     Reach reach;
-    const std::int32_t slot = InUseSlotByDevId(index);
-    if (slot != kNoSlot) UseSlot(reach, slot);
-    else reach.device.Reset(OpenDevice_Idx(index), true);
+    ReachByIndex(reach, index);
     return BlinkThrough(reach);
 }
 
