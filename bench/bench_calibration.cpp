@@ -52,18 +52,18 @@ public:
 private:
     Bench() : image_(qv::kCalImageBytes) {
         if (qvsim_bus_create(nullptr) != QVSIM_OK) return;
-        qvsim_sensor_spec spec;
-        qvsim_sensor_spec_init(&spec);
-        spec.serial = kSerial;
-        spec.product = "QV221A";
-        if (qvsim_sensor_add(&spec) < 0) return;
+        qvsim_sensor_config config;
+        qvsim_sensor_config_init(&config);
+        config.serial = kSerial;
+        config.product = "QV221A";
+        if (qvsim_sensor_add(&config) < 0) return;
         const std::int64_t h = qv::OpenDevice_Idx(1);
         if (h <= 0) return;
         SetLatency(0);
         qv::LoadCalImage(h, kSerial, image_.data());
         qv::CloseDevice(h);
         qv::DeviceRecord& r = Slot(kSlot);
-        r.identity.ModelIndex = qv::ModelFromProductString(spec.product);
+        r.identity.ModelIndex = qv::ModelFromProductString(config.product);
         qv::SetModelGrid(kSlot);
         qv::DecodeCalImage(kSlot, image_.data());
         ready_ = true;

@@ -57,27 +57,27 @@ int LowestFreeAddress(Bus& bus) {
     return 1;
 }
 
-bool ValidSpec(const qvsim_sensor_spec& spec) {
-    const bool erasedDate = spec.due_year == -1 && spec.due_month == -1 && spec.due_day == -1;
-    return FitsText(spec.serial, QVSIM_TEXT_CHARS) &&
-           (spec.path_serial == nullptr || FitsText(spec.path_serial, QVSIM_TEXT_CHARS)) &&
-           FitsText(spec.product, QVSIM_LONG_TEXT_CHARS) && FitsText(spec.firmware, QVSIM_LONG_TEXT_CHARS) &&
-           (spec.address == -1 || IsByte(spec.address)) &&
-           (erasedDate || (IsByte(spec.due_year) && IsByte(spec.due_month) && IsByte(spec.due_day)));
+bool ValidConfig(const qvsim_sensor_config& config) {
+    const bool erasedDate = config.due_year == -1 && config.due_month == -1 && config.due_day == -1;
+    return FitsText(config.serial, QVSIM_TEXT_CHARS) &&
+           (config.path_serial == nullptr || FitsText(config.path_serial, QVSIM_TEXT_CHARS)) &&
+           FitsText(config.product, QVSIM_LONG_TEXT_CHARS) && FitsText(config.firmware, QVSIM_LONG_TEXT_CHARS) &&
+           (config.address == -1 || IsByte(config.address)) &&
+           (erasedDate || (IsByte(config.due_year) && IsByte(config.due_month) && IsByte(config.due_day)));
 }
 
-int AddSensor(Bus& bus, const qvsim_sensor_spec& spec) {
+int AddSensor(Bus& bus, const qvsim_sensor_config& config) {
     int id = 0;
     while (id < kMaxSensors && bus.record(id).inUse != 0) ++id;
     if (id == kMaxSensors) return QVSIM_E_FULL;
-    const int address = spec.address == -1 ? LowestFreeAddress(bus) : spec.address;
+    const int address = config.address == -1 ? LowestFreeAddress(bus) : config.address;
     SensorRecord& sensor = bus.record(id);
     std::memset(&sensor, 0, sizeof sensor);
-    CopyText(sensor.identity.serial, spec.serial);
-    CopyText(sensor.identity.pathSerial, spec.path_serial != nullptr ? spec.path_serial : spec.serial);
-    CopyText(sensor.identity.product, spec.product);
-    CopyText(sensor.identity.firmware, spec.firmware);
-    WriteFactoryImage(sensor, FactoryData{address, spec.due_year, spec.due_month, spec.due_day});
+    CopyText(sensor.identity.serial, config.serial);
+    CopyText(sensor.identity.pathSerial, config.path_serial != nullptr ? config.path_serial : config.serial);
+    CopyText(sensor.identity.product, config.product);
+    CopyText(sensor.identity.firmware, config.firmware);
+    WriteFactoryImage(sensor, FactoryData{address, config.due_year, config.due_month, config.due_day});
     sensor.inUse = 1;
     sensor.plugged = 1;
     sensor.addSequence = bus.header().nextAddSequence++;
@@ -212,18 +212,18 @@ int qvsim_bus_recoveries(void) {
     return WithBus([](Bus& bus) { return static_cast<int>(bus.header().lockRecoveries); });
 }
 
-void qvsim_sensor_spec_init(qvsim_sensor_spec* spec) {
-    if (spec == nullptr) return;
-    *spec = qvsim_sensor_spec{};
-    spec->product = "QV442A";
-    spec->firmware = "V1.00";
-    spec->address = -1;
-    spec->due_year = spec->due_month = spec->due_day = -1;
+void qvsim_sensor_config_init(qvsim_sensor_config* config) {
+    if (config == nullptr) return;
+    *config = qvsim_sensor_config{};
+    config->product = "QV442A";
+    config->firmware = "V1.00";
+    config->address = -1;
+    config->due_year = config->due_month = config->due_day = -1;
 }
 
-int qvsim_sensor_add(const qvsim_sensor_spec* spec) {
-    if (spec == nullptr || !ValidSpec(*spec)) return QVSIM_E_ARG;
-    return WithBus([spec](Bus& bus) { return AddSensor(bus, *spec); });
+int qvsim_sensor_add(const qvsim_sensor_config* config) {
+    if (config == nullptr || !ValidConfig(*config)) return QVSIM_E_ARG;
+    return WithBus([config](Bus& bus) { return AddSensor(bus, *config); });
 }
 
 int qvsim_sensor_remove(int id) {

@@ -74,8 +74,8 @@ extern "C" {
 /* Pass as sensor id to the transcript functions for all sensors of the bus. */
 #define QVSIM_ALL_SENSORS (-1)
 
-/* Describes a sensor to add. Initialise with qvsim_sensor_spec_init, then set fields. */
-typedef struct qvsim_sensor_spec {
+/* Describes a sensor to add. Initialise with qvsim_sensor_config_init, then set fields. */
+typedef struct qvsim_sensor_config {
     const char* serial;      /* serial-number string (descriptor 3), 0..31 characters */
     const char* path_serial; /* text between the 2nd and 3rd '#' of the device path;
                                 NULL: the serial string verbatim */
@@ -85,7 +85,7 @@ typedef struct qvsim_sensor_spec {
     int due_year;            /* due date bytes 0..255 each; all -1: left erased (0xFF) */
     int due_month;
     int due_day;
-} qvsim_sensor_spec;
+} qvsim_sensor_config;
 
 /* What qvsim_sensor_info reports. */
 typedef struct qvsim_sensor_info {
@@ -228,16 +228,16 @@ QVSIM_API int qvsim_bus_unlock(void);
  * Returns that count or QVSIM_E_NO_BUS. */
 QVSIM_API int qvsim_bus_recoveries(void);
 
-/* Fills spec with defaults: serial NULL (must be set), path serial from the serial,
+/* Fills config with defaults: serial NULL (must be set), path serial from the serial,
  * product "QV442A", firmware "V1.00", address -1 (lowest free), due date erased. */
-QVSIM_API void qvsim_sensor_spec_init(qvsim_sensor_spec* spec);
+QVSIM_API void qvsim_sensor_config_init(qvsim_sensor_config* config);
 
 /* Adds a sensor and plugs it in; it comes last in the enumeration. Its non-volatile
  * memory reads 0xFF except the address byte, the due date if given, and the factory
  * calibration of its detector (see below).
- * Returns the sensor id (0..QVSIM_MAX_SENSORS-1), QVSIM_E_ARG (NULL spec or serial,
+ * Returns the sensor id (0..QVSIM_MAX_SENSORS-1), QVSIM_E_ARG (NULL config or serial,
  * text too long, value out of range), QVSIM_E_FULL, QVSIM_E_NO_BUS. */
-QVSIM_API int qvsim_sensor_add(const qvsim_sensor_spec* spec);
+QVSIM_API int qvsim_sensor_add(const qvsim_sensor_config* config);
 
 /* Removes a sensor from the bus for good (its handles stop working, its id is free).
  * Returns QVSIM_OK, QVSIM_E_NO_SENSOR, QVSIM_E_NO_BUS. */

@@ -99,19 +99,19 @@ private:
     std::vector<std::pair<std::string, std::string>> options_;
 };
 
-// A sensor to add, with the texts the spec points into.
+// A sensor to add, with the texts the config points into.
 struct SensorLine {
     std::string serial, product, firmware = "V1.00", pathSerial;
     bool hasPathSerial = false;
     bool unplugged = false;
-    qvsim_sensor_spec spec{};
+    qvsim_sensor_config config{};
 };
 
 SensorLine ParseAdd(std::vector<std::string> words) {
     Arguments args(std::move(words), {"--unplugged"});
     SensorLine line;
-    qvsim_sensor_spec_init(&line.spec);
-    if (auto address = args.option("--address")) line.spec.address = static_cast<int>(ParseNumber(*address, 0, 255, "address"));
+    qvsim_sensor_config_init(&line.config);
+    if (auto address = args.option("--address")) line.config.address = static_cast<int>(ParseNumber(*address, 0, 255, "address"));
     if (auto firmware = args.option("--firmware")) line.firmware = *firmware;
     if (auto due = args.option("--due")) {
         int year = 0, month = 0, day = 0;
@@ -119,9 +119,9 @@ SensorLine ParseAdd(std::vector<std::string> words) {
         if (std::sscanf(due->c_str(), "%d-%d-%d%c", &year, &month, &day, &tail) != 3 || year < 0 || year > 255 ||
             month < 0 || month > 255 || day < 0 || day > 255)
             throw UsageError{"bad due date (YY-MM-DD): " + *due};
-        line.spec.due_year = year;
-        line.spec.due_month = month;
-        line.spec.due_day = day;
+        line.config.due_year = year;
+        line.config.due_month = month;
+        line.config.due_day = day;
     }
     if (auto pathSerial = args.option("--path-serial")) {
         line.pathSerial = *pathSerial;
@@ -135,11 +135,11 @@ SensorLine ParseAdd(std::vector<std::string> words) {
 }
 
 int AddSensor(SensorLine& line) {
-    line.spec.serial = line.serial.c_str();
-    line.spec.product = line.product.c_str();
-    line.spec.firmware = line.firmware.c_str();
-    line.spec.path_serial = line.hasPathSerial ? line.pathSerial.c_str() : nullptr;
-    const int id = Check(qvsim_sensor_add(&line.spec));
+    line.config.serial = line.serial.c_str();
+    line.config.product = line.product.c_str();
+    line.config.firmware = line.firmware.c_str();
+    line.config.path_serial = line.hasPathSerial ? line.pathSerial.c_str() : nullptr;
+    const int id = Check(qvsim_sensor_add(&line.config));
     if (line.unplugged) Check(qvsim_sensor_unplug(id));
     return id;
 }

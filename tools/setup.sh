@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
-# Installs what building and testing needs (Debian), when it is missing.
+# Installs what building and testing needs (Debian), when it is missing, and
+# any further packages named on the command line.
+#   tools/setup.sh [PACKAGE...]
 set -euo pipefail
-packages=(cmake ninja-build g++ make pkg-config libgtest-dev libgmock-dev libbenchmark-dev)
+packages=(cmake ninja-build g++ make pkg-config libgtest-dev libgmock-dev libbenchmark-dev "$@")
 missing=()
 for p in "${packages[@]}"; do
   dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")

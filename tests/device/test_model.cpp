@@ -149,14 +149,14 @@ TEST_F(Model, FirmwareVersion) {
 }
 
 TEST_F(Model, DueDateIsReadFromAnyFreeSensorAndWrittenOnlyByItsOwner) {
-    qvsim_sensor_spec spec;
-    qvsim_sensor_spec_init(&spec);
-    spec.serial = "AAA111";
-    spec.address = 3;
-    spec.due_year = 27;
-    spec.due_month = 3;
-    spec.due_day = 31;
-    const int a = qvsim_sensor_add(&spec);
+    qvsim_sensor_config config;
+    qvsim_sensor_config_init(&config);
+    config.serial = "AAA111";
+    config.address = 3;
+    config.due_year = 27;
+    config.due_month = 3;
+    config.due_day = 31;
+    const int a = qvsim_sensor_add(&config);
     int32_t y = 0, m = 0, d = 0;
     EXPECT_EQ(QV_GetCalDueDate("AAA111", &y, &m, &d), 1);
     EXPECT_EQ(y * 10000 + m * 100 + d, 270331);

@@ -18,11 +18,11 @@ protected:
     void SetUp() override {
         ASSERT_EQ(qvsim_bus_create(nullptr), QVSIM_OK);
         for (const char* serial : {"AAA111", "BBB222", "CCC333"}) {
-            qvsim_sensor_spec spec;
-            qvsim_sensor_spec_init(&spec);
-            spec.serial = serial;
-            spec.product = "QV442A";
-            ASSERT_GE(qvsim_sensor_add(&spec), 0);
+            qvsim_sensor_config config;
+            qvsim_sensor_config_init(&config);
+            config.serial = serial;
+            config.product = "QV442A";
+            ASSERT_GE(qvsim_sensor_add(&config), 0);
         }
     }
 

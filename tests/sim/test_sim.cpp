@@ -133,12 +133,12 @@ protected:
     }
 
     int Add(const char* serial, int address = -1, const char* product = "QV442A") {
-        qvsim_sensor_spec spec;
-        qvsim_sensor_spec_init(&spec);
-        spec.serial = serial;
-        spec.product = product;
-        spec.address = address;
-        const int id = qvsim_sensor_add(&spec);
+        qvsim_sensor_config config;
+        qvsim_sensor_config_init(&config);
+        config.serial = serial;
+        config.product = product;
+        config.address = address;
+        const int id = qvsim_sensor_add(&config);
         EXPECT_GE(id, 0);
         return id;
     }
@@ -244,11 +244,11 @@ TEST_F(SimBus, DevicePathHasTheInterfaceFormWithThePathSerial) {
         {"LONGSERIALNUMBER", nullptr, "LONGSE"},
     };
     for (const Case& c : cases) {
-        qvsim_sensor_spec spec;
-        qvsim_sensor_spec_init(&spec);
-        spec.serial = c.serial;
-        spec.path_serial = c.pathSerial;
-        const int id = qvsim_sensor_add(&spec);
+        qvsim_sensor_config config;
+        qvsim_sensor_config_init(&config);
+        config.serial = c.serial;
+        config.path_serial = c.pathSerial;
+        const int id = qvsim_sensor_add(&config);
         ASSERT_GE(id, 0);
         EXPECT_EQ(PathSerial(DevicePath(Info(id).index0)), c.sixCharacters) << c.serial;
     }
@@ -567,14 +567,14 @@ INSTANTIATE_TEST_SUITE_P(
 // ---------------------------------------------------------------- SensorMemory
 
 TEST_F(SimBus, NewSensorHoldsAddressDueDateAndCalibrationInErasedMemory) {
-    qvsim_sensor_spec spec;
-    qvsim_sensor_spec_init(&spec);
-    spec.serial = "123456";
-    spec.address = 42;
-    spec.due_year = 26;
-    spec.due_month = 2;
-    spec.due_day = 31;
-    ASSERT_EQ(qvsim_sensor_add(&spec), 0);
+    qvsim_sensor_config config;
+    qvsim_sensor_config_init(&config);
+    config.serial = "123456";
+    config.address = 42;
+    config.due_year = 26;
+    config.due_month = 2;
+    config.due_day = 31;
+    ASSERT_EQ(qvsim_sensor_add(&config), 0);
     const QvDrvHandle winusb = WinUsb();
     EXPECT_EQ(ReadMemory(winusb, 2, 31, 1), Bytes{42});
     EXPECT_EQ(ReadMemory(winusb, 2, 0, 3), (Bytes{26, 2, 31}));
@@ -1215,32 +1215,32 @@ TEST_F(SimBus, TimingModelIsZeroUntilSet) {
     EXPECT_EQ(timing.real_timeouts, 1);
 }
 
-TEST_F(SimBus, SensorSpecsAreValidated) {
-    qvsim_sensor_spec spec;
-    qvsim_sensor_spec_init(&spec);
-    EXPECT_EQ(qvsim_sensor_add(&spec), QVSIM_E_ARG);  // no serial
+TEST_F(SimBus, SensorConfigsAreValidated) {
+    qvsim_sensor_config config;
+    qvsim_sensor_config_init(&config);
+    EXPECT_EQ(qvsim_sensor_add(&config), QVSIM_E_ARG);  // no serial
     const std::string longSerial(32, 'S');
     struct Mutation {
-        void (*apply)(qvsim_sensor_spec&, const char*);
+        void (*apply)(qvsim_sensor_config&, const char*);
     };
     const Mutation mutations[] = {
-        {[](qvsim_sensor_spec& s, const char* text) { s.serial = text; }},
-        {[](qvsim_sensor_spec& s, const char*) { s.address = 256; }},
-        {[](qvsim_sensor_spec& s, const char*) { s.address = -2; }},
-        {[](qvsim_sensor_spec& s, const char*) { s.due_year = 20; }},  // the others left erased
-        {[](qvsim_sensor_spec& s, const char*) { s.product = nullptr; }},
+        {[](qvsim_sensor_config& s, const char* text) { s.serial = text; }},
+        {[](qvsim_sensor_config& s, const char*) { s.address = 256; }},
+        {[](qvsim_sensor_config& s, const char*) { s.address = -2; }},
+        {[](qvsim_sensor_config& s, const char*) { s.due_year = 20; }},  // the others left erased
+        {[](qvsim_sensor_config& s, const char*) { s.product = nullptr; }},
     };
     for (const Mutation& mutation : mutations) {
-        qvsim_sensor_spec_init(&spec);
-        spec.serial = "123456";
-        mutation.apply(spec, longSerial.c_str());
-        EXPECT_EQ(qvsim_sensor_add(&spec), QVSIM_E_ARG);
+        qvsim_sensor_config_init(&config);
+        config.serial = "123456";
+        mutation.apply(config, longSerial.c_str());
+        EXPECT_EQ(qvsim_sensor_add(&config), QVSIM_E_ARG);
     }
     EXPECT_EQ(qvsim_sensor_add(nullptr), QVSIM_E_ARG);
     for (int i = 0; i < QVSIM_MAX_SENSORS; ++i) ASSERT_GE(Add("123456"), 0);
-    qvsim_sensor_spec_init(&spec);
-    spec.serial = "123456";
-    EXPECT_EQ(qvsim_sensor_add(&spec), QVSIM_E_FULL);
+    qvsim_sensor_config_init(&config);
+    config.serial = "123456";
+    EXPECT_EQ(qvsim_sensor_add(&config), QVSIM_E_FULL);
 }
 
 TEST_F(SimBus, OnlyBusFilesOfThisVersionOpen) {

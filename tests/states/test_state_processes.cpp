@@ -21,12 +21,12 @@ class StateProcesses : public ::testing::Test {
 protected:
     void SetUp() override {
         ASSERT_EQ(qvsim_bus_create(nullptr), QVSIM_OK);
-        qvsim_sensor_spec spec;
-        qvsim_sensor_spec_init(&spec);
-        spec.serial = "AAA111";
-        spec.address = 5;
-        spec.product = "QV442A";
-        ASSERT_GE(qvsim_sensor_add(&spec), 0);
+        qvsim_sensor_config config;
+        qvsim_sensor_config_init(&config);
+        config.serial = "AAA111";
+        config.address = 5;
+        config.product = "QV442A";
+        ASSERT_GE(qvsim_sensor_add(&config), 0);
     }
 
     static std::string StateFileText() {

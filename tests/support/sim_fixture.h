@@ -18,12 +18,12 @@ protected:
 
     // Adds a sensor; its id.
     static int AddSensor(const char* serial, int address, const char* product = "QV442A") {
-        qvsim_sensor_spec spec;
-        qvsim_sensor_spec_init(&spec);
-        spec.serial = serial;
-        spec.address = address;
-        spec.product = product;
-        const int id = qvsim_sensor_add(&spec);
+        qvsim_sensor_config config;
+        qvsim_sensor_config_init(&config);
+        config.serial = serial;
+        config.address = address;
+        config.product = product;
+        const int id = qvsim_sensor_add(&config);
         EXPECT_GE(id, 0);
         return id;
     }
