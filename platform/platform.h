@@ -196,6 +196,18 @@ struct ProfileWrite {
 bool ProfileWriteStrings(const std::string& path, const char* section,
                          const ProfileWrite* writes, std::size_t count);
 
+// The writes of one section.
+struct ProfileSectionWrite {
+    const char* section;
+    const ProfileWrite* writes;
+    std::size_t count;
+};
+
+// Several sections' writes in one go, as ProfileWriteStrings for each in
+// order, but with the file read and replaced once.
+bool ProfileWriteSections(const std::string& path, const ProfileSectionWrite* sections,
+                          std::size_t count);
+
 }  // namespace qv::platform
 
 namespace qv::frame {

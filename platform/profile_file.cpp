@@ -130,14 +130,18 @@ void ProfileReadStrings(const std::string& path, const char* section, ProfileRea
     }
 }
 
-bool ProfileWriteStrings(const std::string& path, const char* section,
-                         const ProfileWrite* writes, std::size_t count) try {
-    if (HasLineBreak(section)) return false;
-    for (std::size_t w = 0; w < count; ++w)
-        if (HasLineBreak(writes[w].key) || HasLineBreak(writes[w].value)) return false;
-    std::vector<std::string> lines;
-    if (!LoadProfile(path, lines)) return false;
+namespace {
 
+bool HasLineBreaks(const ProfileSectionWrite& s) {
+    if (HasLineBreak(s.section)) return true;
+    for (std::size_t w = 0; w < s.count; ++w)
+        if (HasLineBreak(s.writes[w].key) || HasLineBreak(s.writes[w].value)) return true;
+    return false;
+}
+
+// Applies one section's writes to the lines of a file held in memory.
+void ApplySection(std::vector<std::string>& lines, const char* section,
+                  const ProfileWrite* writes, std::size_t count) {
     std::size_t begin = 0, end = 0;
     if (!FindSection(lines, section, begin, end)) {
         lines.push_back(std::string("[") + section + "]");
@@ -161,6 +165,18 @@ bool ProfileWriteStrings(const std::string& path, const char* section,
             lines[at->second] = std::move(line);
         }
     }
+}
+
+}  // namespace
+
+bool ProfileWriteSections(const std::string& path, const ProfileSectionWrite* sections,
+                          std::size_t count) try {
+    for (std::size_t i = 0; i < count; ++i)
+        if (HasLineBreaks(sections[i])) return false;
+    std::vector<std::string> lines;
+    if (!LoadProfile(path, lines)) return false;
+    for (std::size_t i = 0; i < count; ++i)
+        ApplySection(lines, sections[i].section, sections[i].writes, sections[i].count);
 
     std::string text;
     for (const std::string& line : lines) {
@@ -170,6 +186,12 @@ bool ProfileWriteStrings(const std::string& path, const char* section,
     return WriteFileAtomic(path, text.data(), text.size());
 } catch (...) {
     return false;  // out of memory: the file stays as it was
+}
+
+bool ProfileWriteStrings(const std::string& path, const char* section,
+                         const ProfileWrite* writes, std::size_t count) {
+    const ProfileSectionWrite one {section, writes, count};
+    return ProfileWriteSections(path, &one, 1);
 }
 
 }  // namespace qv::platform

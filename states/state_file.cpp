@@ -168,38 +168,54 @@ struct SectionTexts {
         }
     }
 
-    // The write's own success is not examined: a save reports faults of its
-    // own only (no permission or a full disk still gives 1).
-    void WriteTo(const std::string& path, const char* section) const noexcept {
-        try {
-            std::vector<platform::ProfileWrite> writes;
-            writes.reserve(entries.size());
-            for (const auto& [key, value] : entries) writes.push_back({key.c_str(), value.c_str()});
-            platform::ProfileWriteStrings(path, section, writes.data(), writes.size());
-        } catch (...) {
-        }
+    // The keys as one section's writes; valid while this object lives.
+    std::vector<platform::ProfileWrite> Writes() const {
+        std::vector<platform::ProfileWrite> writes;
+        writes.reserve(entries.size());
+        for (const auto& [key, value] : entries) writes.push_back({key.c_str(), value.c_str()});
+        return writes;
     }
 };
 
-std::int32_t WriteSection(const std::string& path, const char* section,
-                          const InstrumentState& s) {
-    SectionTexts texts;
-    std::int32_t result = kSuccess;
+// One section's keys formatted from `s`: 1, or the code of the formatting
+// fault (the keys formatted before it are kept, to be written all the same).
+std::int32_t FormatSection(const InstrumentState& s, SectionTexts& texts) {
     try {
         texts.AddFixedKeys(s);
     } catch (...) {
-        result = kFixedKeyFault;
+        return kFixedKeyFault;
     }
-    if (result == kSuccess) {
-        try {
-            texts.AddResponsePoints(s);
-        } catch (...) {
-            result = kResponsePointFault;
+    try {
+        texts.AddResponsePoints(s);
+    } catch (...) {
+        return kResponsePointFault;
+    }
+    return kSuccess;
+}
+
+// Writes the sections in one replacement of the file. The write's own success
+// is not examined: a save reports faults of its own only (no permission or a
+// full disk still gives 1).
+void WriteSections(const std::string& path, const std::vector<std::string>& names,
+                   const std::vector<SectionTexts>& texts) noexcept {
+    try {
+        std::vector<std::vector<platform::ProfileWrite>> writes;
+        std::vector<platform::ProfileSectionWrite> sections;
+        writes.reserve(texts.size());
+        for (std::size_t i = 0; i < texts.size(); ++i) {
+            writes.push_back(texts[i].Writes());
+            sections.push_back({names[i].c_str(), writes.back().data(), writes.back().size()});
         }
+        platform::ProfileWriteSections(path, sections.data(), sections.size());
+    } catch (...) {
     }
-    // Keys formatted before a fault are written all the same, as they would
-    // have been had each been written on its own.
-    texts.WriteTo(path, section);
+}
+
+std::int32_t WriteSection(const std::string& path, const char* section,
+                          const InstrumentState& s) {
+    std::vector<SectionTexts> texts(1);
+    const std::int32_t result = FormatSection(s, texts[0]);
+    WriteSections(path, {section}, texts);
     return result;
 }
 
@@ -402,10 +418,23 @@ std::int32_t RestoreCurrStateFrom(std::int32_t address, const char* name) {
 std::int32_t WriteStateToINI(std::int32_t address) {
     // Any process may write any sensor's file: there is no owner check.
     if (!IsValidAddress(address)) return kFailure;
-    if (WriteCurrStateSection(address, nullptr) < 1) return kCurrStateNotWritten;
-    for (std::int32_t r = 0; r < kDefaultRegisters; ++r)
-        if (WriteRegisterSection(address, r) < 1) return kRegisterNotWritten;
-    return kSuccess;
+    const std::int32_t slot = StateSlot(address, true);
+    if (slot == kNoSlot) return kCurrStateNotWritten;
+    // The current state and registers 0 to 9 in that order, up to the first
+    // section that cannot be formatted (its keys formatted so far included),
+    // written with one replacement of the file.
+    const DeviceRecord& r = Slot(slot);
+    std::vector<std::string> names {kCurrStateSection};
+    std::vector<SectionTexts> texts(1);
+    std::int32_t result = FormatSection(r.current, texts[0]) == kSuccess ? kSuccess
+                                                                         : kCurrStateNotWritten;
+    for (std::int32_t reg = 0; reg < kDefaultRegisters && result == kSuccess; ++reg) {
+        names.push_back(RegisterSection(reg));
+        texts.emplace_back();
+        if (FormatSection(r.registers[reg], texts.back()) != kSuccess) result = kRegisterNotWritten;
+    }
+    WriteSections(StateFilePath(slot), names, texts);
+    return result;
 }
 
 std::int32_t ReadStateFromINI(std::int32_t address) {
