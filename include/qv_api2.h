@@ -573,6 +573,55 @@ QV_API int32_t QV_SetRecorderOutSetup(int32_t address, double level0V, double le
 QV_API int32_t QV_GetRecorderOutSetup(int32_t address, double* level0V, double* level1V,
                                       int32_t* units);
 
+/* ------------------------------------------------------------------ power measurement
+ *
+ * Readings of an initialised sensor owned by the caller, in the unit of its
+ * PowerUnits setting (unit 8: dB relative to the reference), with every
+ * correction its settings ask for (floor, offset, frequency response, 75 ohm,
+ * duty cycle). Averages blocks of 126 samples are taken per reading; counts
+ * above 100 are split into several acquisitions. */
+
+/* One average-power (CW) reading into *reading. Returns 1; -1 sensor not
+ * found or not initialised by the caller, or the trigger-output pulse or the
+ * recorder update failed; -13 the acquisition failed (no reading). */
+QV_API int32_t QV_MeasureCW(int32_t address, double* reading);
+
+/* QV_MeasureCW and the limit verdict (QV_LIMIT_ codes; 5 when no limit is
+ * applied) of the reading. Returns 1; -1 when the measurement gave less than 1. */
+QV_API int32_t QV_MeasureCW_PF(int32_t address, double* reading, int32_t* passFail);
+
+/* One pulse reading: the mean power while the pulse is on, the peak power,
+ * the average power, and the duty cycle as a fraction (unit 8: relative to the
+ * pulse references). Returns 1; -1 sensor not found or not initialised by the
+ * caller, or the trigger-output pulse or the recorder stop failed; -13 the
+ * acquisition failed; -2 the data could not be split. */
+QV_API int32_t QV_MeasurePulse(int32_t address, double* pulse, double* peak, double* average,
+                               double* dutyCycle);
+
+/* QV_MeasurePulse and the limit verdict of the pulse power. Returns 1; -1 when
+ * the measurement gave less than 1. */
+QV_API int32_t QV_MeasurePulse_PF(int32_t address, double* pulse, double* peak, double* average,
+                                  double* dutyCycle, int32_t* passFail);
+
+/* Extended averaging smooths readings across calls with weight 1/(k+1) over
+ * the last N (in watts); max hold keeps the largest reading. CW and pulse
+ * readings keep memories of their own, and each restarts the other's. All of
+ * these return 1; -1 sensor not found or not initialised by the caller. */
+QV_API int32_t QV_GetExtendedAveragingEnabled(int32_t address, int32_t* enabled);
+/* Active when exactly 1; not range-tested. */
+QV_API int32_t QV_SetExtendedAveragingEnabled(int32_t address, int32_t enabled);
+/* The averaging length N. */
+QV_API int32_t QV_GetExtendedAveraging(int32_t address, int32_t* count);
+/* Sets N (not range-tested) and restarts both averages. */
+QV_API int32_t QV_SetExtendedAveraging(int32_t address, int32_t count);
+/* Restarts both averages. */
+QV_API int32_t QV_ResetExtendedAveraging(int32_t address);
+QV_API int32_t QV_GetMaxHoldEnabled(int32_t address, int32_t* enabled);
+/* Active when exactly 1; not range-tested; restarts both holds. */
+QV_API int32_t QV_SetMaxHoldEnabled(int32_t address, int32_t enabled);
+/* Restarts both holds: the next reading becomes the held value. */
+QV_API int32_t QV_ResetMaxHold(int32_t address);
+
 /* ------------------------------------------------------------------ saved states
  *
  * A sensor's settings (the persisted fields of an InstrumentState: all but
