@@ -14,37 +14,12 @@
 #include "frame/shared_table.h"
 #include "platform/platform.h"
 #include "qv_api2.h"
+#include "measure/raw_blocks.h"
 #include "support/sim_fixture.h"
 
 namespace qv::test {
 
 inline constexpr int kMeasAddr = 9;
-
-// The raw blocks a sensor sends for an input whose power (dBm) at sample i of
-// the acquisition is `dbm(i)`, at `freqHz` and the sensor's temperature.
-inline std::vector<std::uint8_t> RawBlocks(int id, int blocks, const std::function<double(int)>& dbm,
-                                           double freqHz) {
-    std::vector<std::uint8_t> raw(static_cast<std::size_t>(blocks) * 512);
-    const int t = qvsim_get_temperature(id);
-    auto put = [&](std::size_t at, double count) {
-        const long c = std::clamp(std::lround(count), 0L, 65535L);
-        raw[at] = static_cast<std::uint8_t>(c & 0xFF);
-        raw[at + 1] = static_cast<std::uint8_t>(c >> 8);
-    };
-    for (int k = 0; k < blocks; ++k) {
-        const std::size_t b = static_cast<std::size_t>(k) * 512;
-        for (std::size_t at : {b, b + 2, b + 508, b + 510}) put(at, t);
-        for (int i = 0; i < 126; ++i) {
-            double ls = 0, hs = 0;
-            const double p = dbm(126 * k + i);
-            qvsim_detector_count(id, QVSIM_PATH_LS, p, freqHz, t, &ls);
-            qvsim_detector_count(id, QVSIM_PATH_HS, p, freqHz, t, &hs);
-            put(b + 4 + 4 * i, ls);
-            put(b + 6 + 4 * i, hs);
-        }
-    }
-    return raw;
-}
 
 class MeasureTest : public SimBusTest {
 protected:
