@@ -235,6 +235,67 @@ TEST_F(SimSignals, SignalIsValidatedAndKeptWhole) {
     EXPECT_EQ(std::memcmp(&after, &good, sizeof after), 0);
 }
 
+// ---------------------------------------------------------------- pulse, noise, temperature
+
+TEST_F(SimSignals, PulseTrainFollowsTheSampleClockAcrossBlocks) {
+    qvsim_signal pulse{};
+    ASSERT_EQ(qvsim_signal_get(id_, &pulse), QVSIM_OK);
+    pulse.kind = QVSIM_SIGNAL_PULSE;
+    pulse.period_us = 100.0;
+    pulse.width_us = 30.0;
+    pulse.on_dbm = 0.0;
+    pulse.off_dbm = -30.0;
+    ASSERT_EQ(qvsim_signal_set(id_, &pulse), QVSIM_OK);
+    ASSERT_EQ(Start(40), 1);
+    const int on = ExpectedCount(QVSIM_PATH_LS, 0.0), off = ExpectedCount(QVSIM_PATH_LS, -30.0);
+    // Samples every 2 us from the sensor's time 0: on while (2k mod 100) < 30.
+    const Block first = Split(Read(512));
+    for (int k = 0; k < 126; ++k) ASSERT_EQ(first.ls[k], (2 * k) % 100 < 30 ? on : off) << k;
+    // The next block starts 252 us later, in the middle of a period.
+    const Block second = Split(Read(512));
+    for (int k = 0; k < 126; ++k) ASSERT_EQ(second.ls[k], (252 + 2 * k) % 100 < 30 ? on : off) << k;
+    int onSamples = 0;
+    for (int b = 2; b < 40; ++b)
+        for (int count : Split(Read(512)).ls) onSamples += count == on;
+    EXPECT_NEAR(onSamples / (38.0 * 126.0), 0.3, 0.01);
+}
+
+TEST_F(SimSignals, NoiseIsGaussianInDbAndFixedByItsSeed) {
+    qvsim_signal noisy{};
+    ASSERT_EQ(qvsim_signal_get(id_, &noisy), QVSIM_OK);
+    noisy.cw_dbm = -10.0;
+    noisy.noise_db = 0.5;
+    noisy.seed = 42;
+    ASSERT_EQ(qvsim_signal_set(id_, &noisy), QVSIM_OK);
+    const auto take = [this](int blocks) {
+        // Power-up restarts the sensor's clock, so the same samples come again.
+        EXPECT_EQ(qvsim_sensor_unplug(id_), QVSIM_OK);
+        EXPECT_EQ(qvsim_sensor_replug(id_), QVSIM_OK);
+        device_ = QV_USBDRVD_OpenDevHandle(0, 0, &kSensorClass);
+        winusb_ = QV_USBDRVD_OpenWinUSBHandle(device_);
+        EXPECT_EQ(Start(blocks), 1);
+        return Read(blocks * 512);
+    };
+    const Bytes first = take(20);
+    EXPECT_EQ(take(20), first);
+    noisy.seed = 43;
+    ASSERT_EQ(qvsim_signal_set(id_, &noisy), QVSIM_OK);
+    EXPECT_NE(take(20), first);
+
+    double sum = 0.0, squares = 0.0;
+    const int n = 20 * 126;
+    for (int b = 0; b < 20; ++b) {
+        for (int count : Split(first, 512 * b).ls) {
+            double dbm = 0.0;
+            ASSERT_EQ(qvsim_detector_power(id_, QVSIM_PATH_LS, count, 1e9, qvsim_get_temperature(id_), &dbm), QVSIM_OK);
+            sum += dbm;
+            squares += dbm * dbm;
+        }
+    }
+    EXPECT_NEAR(sum / n, -10.0, 0.05);
+    EXPECT_NEAR(std::sqrt(squares / n - (sum / n) * (sum / n)), 0.5, 0.05);
+}
+
 // ---------------------------------------------------------------- several processes
 
 TEST_F(SimSignals, SignalSetInOneProcessIsSampledInAnother) {
@@ -245,6 +306,43 @@ TEST_F(SimSignals, SignalSetInOneProcessIsSampledInAnother) {
     ASSERT_EQ(Start(1), 1);
     EXPECT_EQ(Split(Read(512)).ls[7], ExpectedCount(QVSIM_PATH_LS, -12.25));
 }
+
+// ---------------------------------------------------------------- qvsim tool
+
+#ifdef QVSIM_TOOL_PATH
+TEST_F(SimSignals, ToolSetsSignalNoiseAndTemperatureBySerial) {
+    const auto tool = [this](std::vector<std::string> args) {
+        args.insert(args.begin(), {QVSIM_TOOL_PATH, "--bus", busPath_});
+        qv::test::ChildOptions quiet;
+        quiet.outputFile = directory_ + "/tool.out";
+        return qv::test::RunProcess(args, quiet);
+    };
+    qvsim_signal s{};
+    EXPECT_EQ(tool({"signal", "123456", "cw", "-20.5"}), 0);
+    EXPECT_EQ(tool({"signal", "123456", "--noise", "0.2", "--seed", "9", "--freq", "2.5e9"}), 0);
+    ASSERT_EQ(qvsim_signal_get(id_, &s), QVSIM_OK);
+    EXPECT_EQ(s.kind, QVSIM_SIGNAL_CW);
+    EXPECT_EQ(s.cw_dbm, -20.5);
+    EXPECT_EQ(s.noise_db, 0.2);
+    EXPECT_EQ(s.seed, 9u);
+    EXPECT_EQ(s.freq_hz, 2.5e9);
+    EXPECT_EQ(tool({"signal", "123456", "pulse", "--period", "50", "--width", "5", "--on", "3", "--off", "-40"}), 0);
+    ASSERT_EQ(qvsim_signal_get(id_, &s), QVSIM_OK);
+    EXPECT_EQ(s.kind, QVSIM_SIGNAL_PULSE);
+    EXPECT_EQ(s.period_us, 50.0);
+    EXPECT_EQ(s.width_us, 5.0);
+    EXPECT_EQ(s.on_dbm, 3.0);
+    EXPECT_EQ(s.off_dbm, -40.0);
+    EXPECT_EQ(s.noise_db, 0.2);  // kept
+    EXPECT_EQ(tool({"signal", "123456", "pulse", "--width", "60"}), 2);  // wider than its period
+    EXPECT_EQ(tool({"signal", "123456", "cw", "51"}), 2);
+    EXPECT_EQ(tool({"signal", "654321", "cw", "0"}), 2);  // neither a serial nor an id
+    EXPECT_EQ(tool({"temperature", "123456", "7400"}), 0);
+    EXPECT_EQ(qvsim_get_temperature(id_), 7400);
+    ASSERT_EQ(Start(1), 1);
+    EXPECT_EQ(Split(Read(512)).hsTemperature[0], 7400);
+}
+#endif
 
 }  // namespace
 
