@@ -345,7 +345,8 @@ QVSIM_API int qvsim_bulk_out_last(int id, void* data, int capacity);
  *
  * Each sensor has a detector of its own, fixed when it is added: for each path the
  * count falls smoothly as the input power rises (about 55000 at the bottom of the
- * calibrated range to about 2000 at the top), with a frequency-dependent sensitivity
+ * calibrated range to about 2000 at the top, and beyond the top on along the line of
+ * the top calibrated 2-dB segment), with a frequency-dependent sensitivity
  * and a quadratic drift around the calibration temperature. The grid follows the
  * model its product string names; everything else follows its serial, so sensors
  * differ and the same serial and product give the same detector on every bus. Its

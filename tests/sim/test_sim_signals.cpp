@@ -296,6 +296,34 @@ TEST_F(SimSignals, NoiseIsGaussianInDbAndFixedByItsSeed) {
     EXPECT_NEAR(std::sqrt(squares / n - (sum / n) * (sum / n)), 0.5, 0.05);
 }
 
+// ---------------------------------------------------------------- beyond the calibration
+
+// Above its top level (hs -20, ls +20 dBm) each path goes on along the line the host
+// extrapolates with: the last two segments' ratio of counts per dB, once more.
+TEST_F(SimSignals, DetectorGoesOnStraightAboveItsTopLevel) {
+    const double temperature = qvsim_get_temperature(id_);
+    for (int path : {QVSIM_PATH_HS, QVSIM_PATH_LS}) {
+        const double top = path == QVSIM_PATH_HS ? -20.0 : 20.0;
+        for (double hz : {5e7, 1e9, 9.5e9}) {
+            double c[3];
+            for (int i = 0; i < 3; ++i)
+                ASSERT_EQ(qvsim_detector_count(id_, path, top - 4.0 + 2.0 * i, hz, temperature, &c[i]), QVSIM_OK);
+            const double perDb = ((c[2] - c[1]) / 2.0) * ((c[2] - c[1]) / 2.0) / ((c[1] - c[0]) / 2.0);
+            for (double above : {1e-9, 1.0, 6.0}) {
+                double count = 0.0, back = 0.0;
+                ASSERT_EQ(qvsim_detector_count(id_, path, top + above, hz, temperature, &count), QVSIM_OK);
+                EXPECT_NEAR(count, c[2] + above * perDb, 1e-6) << path << " " << hz << " " << above;
+                ASSERT_EQ(qvsim_detector_power(id_, path, count, hz, temperature, &back), QVSIM_OK);
+                EXPECT_NEAR(back, top + above, 1e-9);
+            }
+        }
+    }
+    // The ADC holds what goes below 0.
+    ASSERT_EQ(qvsim_set_cw_power(id_, 10.0), QVSIM_OK);
+    ASSERT_EQ(Start(1), 1);
+    EXPECT_EQ(Split(Read(512)).hs[0], 0);
+}
+
 // ---------------------------------------------------------------- several processes
 
 TEST_F(SimSignals, SignalSetInOneProcessIsSampledInAnother) {
