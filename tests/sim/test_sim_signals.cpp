@@ -3,11 +3,13 @@
 // detector its calibration describes.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "qvsim.h"
@@ -345,6 +347,31 @@ TEST_F(SimSignals, TriggerOutputLevelAndRecorderWordAreKept) {
     uint32_t moved = 0;
     ASSERT_EQ(QV_USBDRVD_PipeWriteTimeout(winusb_, 0x01, word, 2, &moved, 1000), 1);
     EXPECT_EQ(State().recorder_word, 0x6666);
+}
+
+// ---------------------------------------------------------------- timing model
+
+TEST_F(SimSignals, SampledBlocksTakeTheirTimeAndAStreamHoldsAFew) {
+    qvsim_timing timing{};
+    ASSERT_EQ(qvsim_get_timing(&timing), QVSIM_OK);
+    timing.sampled_blocks = 1;
+    ASSERT_EQ(qvsim_set_timing(&timing), QVSIM_OK);
+    using Clock = std::chrono::steady_clock;
+
+    ASSERT_EQ(Start(20), 1);
+    const Clock::time_point begun = Clock::now();
+    EXPECT_EQ(Read(20 * 512, 1000).size(), 20u * 512u);
+    EXPECT_GE(Clock::now() - begun, std::chrono::microseconds(20 * 252));  // 126 samples of 2 us each
+
+    ASSERT_EQ(Start(200), 1);  // 50 ms of sampling
+    const size_t part = Read(200 * 512, 5).size();  // the time-out cuts the read short
+    EXPECT_GT(part, 0u);
+    EXPECT_LT(part, 200u * 512u);
+
+    ASSERT_EQ(Start(0), 1);
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));  // a busy host: 40 blocks
+    EXPECT_EQ(Read(512).size(), 512u);
+    EXPECT_GT(State().overruns, 0u);  // the stream went on and kept only the newest blocks
 }
 
 // ---------------------------------------------------------------- beyond the calibration
