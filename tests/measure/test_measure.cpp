@@ -399,3 +399,102 @@ TEST_F(MeasureTest, MeasurementsRefuseSensorsTheCallerDoesNotOwn) {
 }
 
 }  // namespace
+
+// ---------------------------------------------------------------- the simulated signal, end to end
+
+namespace {
+
+void SetSignal(int id, const std::function<void(qvsim_signal&)>& change) {
+    qvsim_signal signal {};
+    ASSERT_EQ(qvsim_signal_get(id, &signal), QVSIM_OK);
+    change(signal);
+    ASSERT_EQ(qvsim_signal_set(id, &signal), QVSIM_OK);
+}
+
+struct ModeCase {
+    const char* name;
+    std::function<void(int id)> set;
+    std::int32_t averages;
+};
+
+class SignalReading : public MeasureTest,
+                      public ::testing::WithParamInterface<std::tuple<ModeCase, double>> {};
+
+TEST_P(SignalReading, AgreesWithTheSimulatedPowerInEveryMode) {
+    const auto& [mode, dbm] = GetParam();
+    Current().Averages = mode.averages;
+    mode.set(id_);
+    ASSERT_EQ(qvsim_set_cw_power(id_, dbm), QVSIM_OK);
+    for (int i = 0; i < 3; ++i) {
+        double reading = 0;
+        ASSERT_EQ(QV_MeasureCW(kMeasAddr, &reading), 1) << i;
+        EXPECT_NEAR(reading, dbm, 0.03) << i;
+    }
+}
+
+const ModeCase kModes[] = {
+    {"Streaming", [](int) {}, 1},
+    {"SeventyFiveBlocks", [](int) {}, 75},
+    {"SplitInTwo", [](int) {}, 150},
+    {"TriggerInput",
+     [](int id) {
+         ASSERT_EQ(QV_SetTTLTriggerInEnabled(kMeasAddr, 1), 1);
+         ASSERT_EQ(qvsim_trigger_periodic(id, 500), QVSIM_OK);
+     },
+     4},
+    {"TriggerOutputPulsed",
+     [](int id) {
+         ASSERT_EQ(QV_SetTTLTriggerOutEnabled(kMeasAddr, 1), 1);
+         ASSERT_EQ(qvsim_trigger_periodic(id, 500), QVSIM_OK);  // the sequence turns the input on
+     },
+     4},
+    {"Recorder", [](int) { ASSERT_EQ(QV_SetRecorderOutEnabled(kMeasAddr, 1), 1); }, 1},
+};
+
+INSTANTIATE_TEST_SUITE_P(Modes, SignalReading,
+                         ::testing::Combine(::testing::ValuesIn(kModes),
+                                            ::testing::Values(-55.0, -25.0, 0.0, 12.0)),
+                         [](const auto& i) {
+                             const double dbm = std::get<1>(i.param);
+                             return std::string(std::get<0>(i.param).name) + "_" +
+                                    (dbm < 0 ? "minus" : "") + std::to_string(static_cast<int>(std::fabs(dbm)));
+                         });
+
+struct SignalPulseCase {
+    const char* name;
+    double periodUs, widthUs, on, off, noiseDb;
+    std::int32_t averages;
+};
+
+class SignalPulse : public MeasureTest, public ::testing::WithParamInterface<SignalPulseCase> {};
+
+TEST_P(SignalPulse, ReadsTheSimulatedPulseTrain) {
+    const SignalPulseCase& c = GetParam();
+    Current().Averages = c.averages;
+    SetSignal(id_, [&](qvsim_signal& s) {
+        s.kind = QVSIM_SIGNAL_PULSE;
+        s.period_us = c.periodUs, s.width_us = c.widthUs, s.on_dbm = c.on, s.off_dbm = c.off;
+        s.noise_db = c.noiseDb, s.seed = 7;
+    });
+    double pulse = 0, peak = 0, average = 0, dc = 0;
+    ASSERT_EQ(QV_MeasurePulse(kMeasAddr, &pulse, &peak, &average, &dc), 1);
+    const double duty = c.widthUs / c.periodUs;
+    EXPECT_NEAR(pulse, c.on, 0.05 + c.noiseDb);
+    EXPECT_NEAR(dc, duty, 0.02);
+    EXPECT_NEAR(average, Dbm(duty * Mw(c.on) + (1 - duty) * Mw(c.off)), 0.05 + c.noiseDb);
+    EXPECT_GE(peak, pulse - 0.01);
+}
+
+// Periods that divide a block's 252 us, so that every acquisition holds whole
+// periods and the duty cycle of its samples is the signal's.
+const SignalPulseCase kSignalPulses[] = {
+    {"TenPerCentOnTheLsPath", 252, 26, 3.0, -60.0, 0.0, 20},
+    {"HalfOnTheHsPath", 84, 42, -40.0, -65.0, 0.0, 20},
+    {"NinetyPerCentInTheBand", 252, 226, -24.0, -50.0, 0.0, 20},
+    {"WithNoise", 126, 38, -5.0, -60.0, 0.05, 20},
+    {"SplitAcquisition", 126, 38, -5.0, -60.0, 0.0, 120},
+};
+INSTANTIATE_TEST_SUITE_P(Trains, SignalPulse, ::testing::ValuesIn(kSignalPulses),
+                         [](const auto& i) { return std::string(i.param.name); });
+
+}  // namespace
