@@ -238,7 +238,8 @@ std::int32_t MeasureCWCore(const char* serial, double* hsValue, double* lsValue)
     const std::int32_t slot = SlotBySerial(serial);
     if (slot == kNoSlot) return kCoreNoSlot;
     DeviceRecord& r = Slot(slot);
-    const bool slotHasDevice = r.deviceHandle != 0 && r.deviceHandle != -1;
+    // 0 is no handle here either (-1 and -2 are none everywhere).
+    const bool slotHasDevice = IsHandle(r.deviceHandle) && r.deviceHandle != 0;
     AcquisitionHandles h(r, slotHasDevice ? r.deviceHandle : OpenDevice_Idx(r.devId),
                          !slotHasDevice);
     FollowFrequency(slot);
