@@ -852,7 +852,7 @@ TEST_F(SimBus, PowerIsTheInverseOfTheCount) {
     }
     double dbm = 0;
     ASSERT_EQ(qvsim_detector_power(id, QVSIM_PATH_HS, -1e6, 1e9, 9000, &dbm), QVSIM_OK);
-    EXPECT_TRUE(std::isinf(dbm) && dbm > 0);
+    EXPECT_TRUE(std::isfinite(dbm) && dbm > -20.0);  // on the straight line above the top level
 }
 
 TEST_F(SimBus, DetectorQueriesAreValidated) {
@@ -1202,12 +1202,12 @@ TEST_F(SimBus, RecorderWordsArriveOnTheOutPipe) {
 // ---------------------------------------------------------------- bus file and settings
 
 TEST_F(SimBus, TimingModelIsZeroUntilSet) {
-    qvsim_timing timing{1, 1, 1};
+    qvsim_timing timing{1, 1, 1, 0};
     ASSERT_EQ(qvsim_get_timing(&timing), QVSIM_OK);
     EXPECT_EQ(timing.control_us, 0u);
     EXPECT_EQ(timing.bulk_bytes_per_s, 0u);
     EXPECT_EQ(timing.real_timeouts, 0);
-    const qvsim_timing wanted{250, 1000000, 1};
+    const qvsim_timing wanted{250, 1000000, 1, 0};
     ASSERT_EQ(qvsim_set_timing(&wanted), QVSIM_OK);
     ASSERT_EQ(qvsim_get_timing(&timing), QVSIM_OK);
     EXPECT_EQ(timing.control_us, 250u);
