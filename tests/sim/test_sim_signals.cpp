@@ -296,6 +296,57 @@ TEST_F(SimSignals, NoiseIsGaussianInDbAndFixedByItsSeed) {
     EXPECT_NEAR(std::sqrt(squares / n - (sum / n) * (sum / n)), 0.5, 0.05);
 }
 
+// ---------------------------------------------------------------- trigger input and output
+
+TEST_F(SimSignals, WithTheTriggerInputOnARunWaitsForAnEdge) {
+    Command(191);
+    ASSERT_EQ(Start(2), 1);
+    ASSERT_EQ(Rearm(), 2);
+    EXPECT_EQ(Read(1024).size(), 0u);  // no edge: the read times out
+    ASSERT_EQ(qvsim_trigger_fire(id_), QVSIM_OK);
+    EXPECT_EQ(Read(1024).size(), 1024u);  // one edge releases the whole run
+    EXPECT_EQ(Read(512).size(), 0u);
+
+    ASSERT_EQ(Start(0), 1);  // a stream takes an edge per block
+    for (int i = 0; i < 2; ++i) ASSERT_EQ(qvsim_trigger_fire(id_), QVSIM_OK);
+    EXPECT_EQ(BlocksAvailable(5), 2);
+    EXPECT_EQ(State().pending_triggers, 0u);
+    Command(190);
+    EXPECT_EQ(BlocksAvailable(5), 5);
+}
+
+TEST_F(SimSignals, PeriodicTriggerMustFallWithinTheTimeOut) {
+    ASSERT_EQ(qvsim_trigger_periodic(id_, 10000.0), QVSIM_OK);  // every 10 ms
+    Command(191);
+    ASSERT_EQ(Start(0), 1);
+    // Each block waits for the next edge; a 6-ms time-out catches every other one.
+    std::string arrivals;
+    for (int i = 0; i < 6; ++i) arrivals += Read(512, 6).empty() ? '-' : 'B';
+    EXPECT_EQ(arrivals, "B-B-B-");
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(Read(512, 11).size(), 512u);
+    EXPECT_EQ(qvsim_trigger_periodic(id_, -1.0), QVSIM_E_ARG);
+    EXPECT_EQ(qvsim_sensor_unplug(id_), QVSIM_OK);
+    EXPECT_EQ(qvsim_trigger_fire(id_), QVSIM_E_STATE);
+    double period = 0.0;
+    ASSERT_EQ(qvsim_trigger_period_get(id_, &period), QVSIM_OK);
+    EXPECT_EQ(period, 10000.0);  // the line outside the sensor stays
+}
+
+TEST_F(SimSignals, TriggerOutputLevelAndRecorderWordAreKept) {
+    Command(201);  // on
+    EXPECT_EQ(State().trigger_out_level, 1);
+    Command(205);  // the library's pulse: inverted, then back
+    EXPECT_EQ(State().trigger_out_level, 0);
+    Command(204);
+    Command(192);  // off
+    EXPECT_EQ(State().trigger_out_level, 0);
+    EXPECT_EQ(State().trigger_out_edges, 4u);
+    uint8_t word[2] = {0x66, 0x66};
+    uint32_t moved = 0;
+    ASSERT_EQ(QV_USBDRVD_PipeWriteTimeout(winusb_, 0x01, word, 2, &moved, 1000), 1);
+    EXPECT_EQ(State().recorder_word, 0x6666);
+}
+
 // ---------------------------------------------------------------- beyond the calibration
 
 // Above its top level (hs -20, ls +20 dBm) each path goes on along the line the host
