@@ -14,8 +14,10 @@ namespace qvsim {
 namespace {
 
 constexpr std::uint64_t kNever = std::numeric_limits<std::uint64_t>::max();
-// Finished blocks a streaming sensor holds for a busy host; older ones are lost.
-constexpr std::uint64_t kHeldBlocks = 4;
+// Finished blocks a streaming sensor holds for a busy host (about 4 ms, enough to
+// ride out a loaded machine's scheduling); older ones are lost.
+constexpr std::uint64_t kHeldBlocks = 16;
+constexpr int kMeasureStartRequest = 193;
 
 std::uint64_t SteadyNowNs() {
     return static_cast<std::uint64_t>(
@@ -82,6 +84,7 @@ std::uint32_t ProduceMeasurementBytes(SensorRecord& sensor, const TimingModel& t
     const bool gated = sensor.state.triggerInEnabled != 0;
     const std::uint64_t readingBlocks = run.count > 0 ? run.count : gated ? 1 : kNever;
     std::uint64_t lastReadyNs = nowNs;
+    bool cutShort = false;
     std::uint32_t moved = 0;
     std::uint8_t block[kBlockBytes];
 
@@ -112,11 +115,20 @@ std::uint32_t ProduceMeasurementBytes(SensorRecord& sensor, const TimingModel& t
         }
         const std::uint64_t startNs = run.readingStartNs + run.block * periodNs;
         const std::uint64_t finishedNs = startNs + periodNs;
-        if (timed && finishedNs > deadlineNs) break;
+        if (timed && finishedNs > deadlineNs) {
+            cutShort = true;
+            break;
+        }
         lastReadyNs = std::max(lastReadyNs, finishedNs);
-        FillMeasurementBlock(sensor.detector, sensor.signal, sensor.temperature, startNs, block);
-        const std::uint32_t taken = std::min<std::uint32_t>(kBlockBytes - run.partialBytes, length - moved);
-        std::memcpy(out + moved, block + run.partialBytes, taken);
+        std::uint32_t taken = std::min<std::uint32_t>(kBlockBytes - run.partialBytes, length - moved);
+        if (sensor.files.replayPath[0] != '\0') {
+            // A capture stands in for the signal: its bytes in order, as far as they go.
+            taken = ReplayTake(sensor, kMeasureStartRequest, out + moved, taken);
+            if (taken == 0) break;
+        } else {
+            FillMeasurementBlock(sensor.detector, sensor.signal, sensor.temperature, startNs, block);
+            std::memcpy(out + moved, block + run.partialBytes, taken);
+        }
         moved += taken;
         run.partialBytes += taken;
         if (!timed) run.clockNs = std::max(run.clockNs, finishedNs);
@@ -130,8 +142,9 @@ std::uint32_t ProduceMeasurementBytes(SensorRecord& sensor, const TimingModel& t
             }
         }
     }
-    if (timed && moved > 0) *readyNs = lastReadyNs - nowNs;
-    if (timed && moved > 0 && moved < length) *readyNs = deadlineNs - nowNs;  // cut short by the time-out
+    // A read the time-out cut short ends at its time-out; one that got all the sensor
+    // will send ends with the last block.
+    if (timed && moved > 0) *readyNs = (cutShort ? deadlineNs : lastReadyNs) - nowNs;
     return moved;
 }
 
