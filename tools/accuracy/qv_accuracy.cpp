@@ -390,8 +390,8 @@ duty cycle = width / period. Errors: powers in mdB, duty cycle in percentage poi
 - An `ls` path that sees the same count in and out of the pulse (its count saturated at
   65,535 by a pulse below its range, -40 dBm) finds all samples above its criteria: one
   run, k = 0, no share. The -40 dBm averages show instead the floor of the off samples:
-  the `hs` count of no power (65,535) reads about -76 dBm through the first segment's
-  line, and at 1 % duty the true average is -60 dBm.
+  the `hs` count of no power (65,535) reads about -74 to -76 dBm through the first
+  segment's line, and at 1 % duty the true average is -60 dBm.
 - When both paths' averages lie below the band but the merged peak lies above the `ls`
   band edge, the average is the peak times the duty cycle (peak + 10 log10(duty)) and
   carries the peak's error only.
