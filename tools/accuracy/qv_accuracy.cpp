@@ -199,7 +199,7 @@ grid frequency: a calibration frequency (low group every 25 MHz, so all four; ot
 every 66.25 MHz, so only 26.5 GHz). "Between levels" are the odd levels outside the band
 at the calibration temperature.
 
-| Sensor | Calibrated level, grid frequency | | Calibrated level, between grid frequencies | | Between levels | | Crossover band | | All at -14 K | | All at +14 K | |
+| Sensor | Calibrated level, grid frequency: max (at) | RMS | Calibrated level, between grid frequencies: max (at) | RMS | Between levels: max (at) | RMS | Crossover band: max (at) | RMS | All at -14 K: max (at) | RMS | All at +14 K: max (at) | RMS |
 |---|---|---|---|---|---|---|---|---|---|---|---|---|
 )";
     ErrorStats onGrid, offGrid, between, band, cold, warm;
@@ -269,7 +269,7 @@ at the calibration temperature.
 
 Max (at) and RMS in mdB over the 86 levels; readings with `hs` at 0 left out.
 
-| Sensor | Frequency | Calibration temperature | | -14 K | | +14 K | |
+| Sensor | Frequency | Calibration temperature: max (at) | RMS | -14 K: max (at) | RMS | +14 K: max (at) | RMS |
 |---|---|---|---|---|---|---|---|
 )";
     for (std::size_t i = 0; i < bench.size(); ++i) {
