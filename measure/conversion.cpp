@@ -121,7 +121,8 @@ void ConvertSlotSamples(std::int32_t slot, std::int32_t blocks, bool capBelowLow
 }
 
 CrossoverBand MakeCrossoverBand(double lower, double upper) {
-    return {lower, upper, DbmToWatts(lower), DbmToWatts(upper)};
+    const double lowerW = DbmToWatts(lower), upperW = DbmToWatts(upper);
+    return {lower, upper, lowerW, upperW, 1.0 / (upperW - lowerW)};
 }
 
 CrossoverBand SlotCrossoverBand(std::int32_t slot) {
@@ -153,7 +154,7 @@ inline double MergeWatts(double h, double l, const CrossoverBand& band, AboveBan
         case 4: {
             // hs weight falls linearly in watts across the band.
             const double ph = DbmToWatts(h);
-            const double wh = (band.upperW - ph) / (band.upperW - band.lowerW);
+            const double wh = (band.upperW - ph) * band.inverseSpanW;
             return ph * wh + DbmToWatts(l) * (1.0 - wh);
         }
         case 7:

@@ -55,6 +55,7 @@ struct CrossoverBand {
     double upper;
     double lowerW;
     double upperW;
+    double inverseSpanW;  // 1 / (upperW - lowerW)
 };
 CrossoverBand MakeCrossoverBand(double lower, double upper);
 // The slot's band at its measurement frequency.
