@@ -98,6 +98,18 @@ int SensorBench::TemperatureRowsAway(std::size_t i, int rows) const {
     return info.cal_temperature + rows * info.temp_step;
 }
 
+int SensorBench::CalibrationRowTemperature(std::size_t i) const {
+    qvsim_detector_info info {};
+    qvsim_detector_info_get(ids_[i], &info);
+    return info.temp_table_start + (info.cal_temperature - info.temp_table_start) / info.temp_step * info.temp_step;
+}
+
+double SensorBench::GridFrequencyNear(std::size_t i, double hz) const {
+    qvsim_detector_info info {};
+    qvsim_detector_info_get(ids_[i], &info);
+    return std::max(1.0, std::round(hz / info.step_hz)) * info.step_hz;
+}
+
 double SensorBench::CountsPerKelvin(std::size_t i) const {
     qvsim_detector_info info {};
     qvsim_detector_info_get(ids_[i], &info);
@@ -134,6 +146,14 @@ double SensorBench::CountsPerDb(std::size_t i, int path, double dbm, double hz, 
     qvsim_detector_count(ids_[i], path, dbm - 0.05, hz, temperature, &below);
     qvsim_detector_count(ids_[i], path, dbm + 0.05, hz, temperature, &above);
     return (below - above) / 0.1;
+}
+
+double SensorBench::TemperatureRowDb(std::size_t i, int path, double dbm, double hz) const {
+    const int t = CalibrationTemperature(i);
+    double here = 0.0, rowAway = 0.0;
+    qvsim_detector_count(ids_[i], path, dbm, hz, t, &here);
+    qvsim_detector_count(ids_[i], path, dbm, hz, TemperatureRowsAway(i, 1), &rowAway);
+    return std::fabs(here - rowAway) / CountsPerDb(i, path, dbm, hz, t);
 }
 
 bool SensorBench::Prepare(std::size_t i, double hz, int temperature, std::int32_t averages) {

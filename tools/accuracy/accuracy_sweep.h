@@ -56,7 +56,8 @@ struct CwPoint {
 };
 
 // The CW target: the worst error the method explains for the simulated
-// detector, and what is left at calibrated levels on grid frequencies.
+// detector, and what is left at calibrated levels on grid frequencies at a
+// temperature row's own temperature (quantisation).
 inline constexpr double kCwTargetDb = 0.035;
 inline constexpr double kCalibratedTargetDb = 0.005;
 
@@ -87,6 +88,11 @@ public:
     // Temperature counts: at calibration, and `rows` temperature rows away from it.
     int CalibrationTemperature(std::size_t i) const;
     int TemperatureRowsAway(std::size_t i, int rows) const;
+    // The temperature count of the row the calibration temperature falls in:
+    // there a reading takes its row's counts exactly.
+    int CalibrationRowTemperature(std::size_t i) const;
+    // The calibration grid frequency nearest to `hz`.
+    double GridFrequencyNear(std::size_t i, double hz) const;
     double CountsPerKelvin(std::size_t i) const;
     // Whether `hz` is one of the calibration's grid frequencies.
     bool OnCalibrationGrid(std::size_t i, double hz) const;
@@ -95,6 +101,9 @@ public:
     // count reaches the ADC's 0, and a path's counts per dB at a power.
     double HsClipDbm(std::size_t i, double hz, int temperature) const;
     double CountsPerDb(std::size_t i, int path, double dbm, double hz, int temperature) const;
+    // What one temperature row (the rows are not interpolated) is worth in dB
+    // on a path at a power, near the calibration temperature.
+    double TemperatureRowDb(std::size_t i, int path, double dbm, double hz) const;
 
     // The survey's temperatures: calibration, then `kTemperatureRowsAway` rows
     // (about 14 K) colder and warmer.

@@ -170,8 +170,8 @@ occurred, then the RMS. The target is )"
         << Mdb(kCwTargetDb) << R"( mdB.
 
 Readings in the crossover band from the power at which the simulated `hs` count reaches
-the ADC's 0 are counted apart (see "The `hs` path at the ADC's limit" below): there the
-error is the simulator's, not the method's.
+the ADC's 0 would be counted apart (see "The `hs` path at the ADC's limit" below): there
+the error would be the simulator's, not the method's.
 
 | Sensor | Readings | Max (at) | RMS | Within target | In band with `hs` at 0: readings | Max (at) |
 |---|---|---|---|---|---|---|
@@ -189,7 +189,7 @@ error is the simulator's, not the method's.
             << " |\n";
     }
     doc << "| all | " << allCounted.count << " |" << Cells(allCounted) << (withinTarget ? " yes" : " **no**")
-        << " | " << hsAtZero.count << " | " << Mdb(hsAtZero.worst) << " |\n";
+        << " | " << hsAtZero.count << " | " << (hsAtZero.count ? Mdb(hsAtZero.worst) : std::string("-")) << " |\n";
 
     // ------------------------------------------------------------ by source
     doc << R"(
@@ -216,8 +216,16 @@ at the calibration temperature.
         doc << "| " << bench.spec(i).product << " |" << Cells(a) << Cells(b) << Cells(c) << Cells(d) << Cells(e)
             << Cells(f) << "\n";
     }
-    const bool calibratedOk = onGrid.MaxAbs() <= kCalibratedTargetDb;
-    withinTarget = withinTarget && calibratedOk;
+    // Calibrated levels on a grid frequency at a row's own temperature: nothing
+    // but quantisation is left there.
+    ErrorStats quantisation;
+    for (std::size_t i = 0; i < bench.size(); ++i) {
+        const double f = bench.GridFrequencyNear(i, 1.0e9);
+        for (double dbm = -70.0; dbm <= 20.0; dbm += 2.0)
+            if (IsCalibratedLevel(bench.spec(i), f, dbm))
+                quantisation.Add(bench.MeasureCW(i, dbm, f, bench.CalibrationRowTemperature(i)).error, dbm);
+    }
+    withinTarget = withinTarget && quantisation.MaxAbs() <= kCalibratedTargetDb;
 
     // Quantisation: half a count in dB where each path is least sensitive.
     const double hz = 1.0e9;
@@ -225,6 +233,10 @@ at the calibration temperature.
     const double hsTop = bench.CountsPerDb(0, QVSIM_PATH_HS, -20.0, hz, t0);
     const double hsBottom = bench.CountsPerDb(0, QVSIM_PATH_HS, -70.0, hz, t0);
     const double lsTop = bench.CountsPerDb(0, QVSIM_PATH_LS, 20.0, hz, t0);
+    double rowDb = 0.0;
+    for (std::size_t i = 0; i < bench.size(); ++i)
+        rowDb = std::max({rowDb, bench.TemperatureRowDb(i, QVSIM_PATH_HS, -20.0, hz),
+                          bench.TemperatureRowDb(i, QVSIM_PATH_LS, 20.0, hz)});
     doc << R"(
 ### Where the errors come from
 
@@ -241,18 +253,26 @@ at the calibration temperature.
   straight line, while the simulated sensitivity ripples (0.1 to 0.4 dB, periods of 1.6
   to 4 GHz): at calibrated levels between grid frequencies up to )"
         << Mdb(offGrid.MaxAbs()) << R"( mdB, against
-  )" << Mdb(onGrid.MaxAbs()) << R"( mdB on grid frequencies (target )" << Mdb(kCalibratedTargetDb) << R"( mdB).
+  )" << Mdb(onGrid.MaxAbs()) << R"( mdB on grid frequencies (both at the calibration temperature, see the rows below).
 - **Quantisation**: counts are 16-bit integers, the image rounds the count at calibration
   to an integer and the temperature coefficients to 14 and 10 bits. Half a count is
   worth most where a path is least sensitive: on QV222A at 1 GHz the `hs` path has )"
         << Fixed(hsTop, 0) << R"( counts per dB
   at -20 dBm ()" << Mdb(0.5 / hsTop) << R"( mdB per half count) and )" << Fixed(hsBottom, 0)
         << R"( at -70 dBm; the `ls` path )" << Fixed(lsTop, 0) << R"( at +20 dBm
-  ()" << Mdb(0.5 / lsTop) << R"( mdB). This is what remains at calibrated levels on grid frequencies.
-- **Temperature**: the rows are 0.18 K apart and the drift of counts is captured by the
-  calibration's coefficients: 14 K away from calibration the worst error is )"
-        << Mdb(cold.MaxAbs()) << " and " << Mdb(warm.MaxAbs()) << R"( mdB, as at
-  the calibration temperature.
+  ()" << Mdb(0.5 / lsTop) << R"( mdB). At every calibrated level outside the band, on the grid frequency
+  nearest 1 GHz and at the temperature of the calibration's own row, where nothing else
+  is left, the error is at most )"
+        << Mdb(quantisation.MaxAbs()) << R"( mdB (RMS )" << Mdb(quantisation.Rms()) << R"(; target )"
+        << Mdb(kCalibratedTargetDb) << R"( mdB).
+- **Temperature rows**: a reading uses the row at or below the sensor's temperature count,
+  without interpolating between rows 0.18 K apart; at the top calibrated levels, where
+  the counts per dB are fewest, one row is worth up to )"
+        << Mdb(rowDb) << R"( mdB on these sensors. The calibration
+  temperature itself lies inside its row, which is what the calibrated levels above show
+  beyond quantisation. The drift itself is captured by the calibration's coefficients:
+  14 K away from calibration the worst error is )"
+        << Mdb(cold.MaxAbs()) << " and " << Mdb(warm.MaxAbs()) << R"( mdB, as at the calibration temperature.
 - **Crossover merge**: in the band the two paths' readings are blended in watts, so the
   merge adds nothing of its own; the band's error is that of the two paths' segments:
   up to )" << Mdb(band.MaxAbs()) << R"( mdB. Class S models take 5 % of `hs` above the band while `ls` is
@@ -296,7 +316,7 @@ power from which the simulated `hs` count is 0 (the detector's own figure).
 |---|---|---|---|---|---|
 )";
     ErrorStats highBands;
-    double clipLowest = 0.0, clipHighest = -100.0;
+    double clipLowest = 1000.0, clipHighest = -1000.0;
     for (std::size_t i = 0; i < bench.size(); ++i) {
         const SensorSpec& spec = bench.spec(i);
         for (double f : FrequenciesOfHighBands(spec)) {
@@ -325,19 +345,24 @@ calibrated levels is read right by the top segment's line.
 
 ### The `hs` path at the ADC's limit
 
-The simulated `hs` count is about 1,800 to 2,600 at -20 dBm and falls by 250 to 430
-counts per dB beyond it, so it reaches the ADC's 0 a few dB above its calibration: in
-the bands above at )" << Fixed(clipLowest, 1) << " to " << Fixed(clipHighest, 1)
-        << R"( dBm. Every input above that gives the same count 0, which
-the top segment's line reads as that power, while the band goes on to -10 dBm (low group
-above 9 GHz) or -8 dBm (models 4, 5, 6, 69, 70, 79, 80, 105 to 109). In the upper part of
-those bands the merge therefore blends a `hs` value stuck at the clip point into the
-reading: up to )"
-        << Mdb(hsAtZero.MaxAbs()) << R"( mdB low just below the band's top. This is the simulator's: a real head's
-`hs` path still counts at the top of its crossover band. Its `hs` count at -20 dBm would
-have to be at least about 12 dB x 430 = 5,200 (-8 dBm band top) for the line to stay
-above 0 across the band.
+The `hs` line reaches the ADC's 0 in these cases from )" << Fixed(clipLowest, 1) << " to " << Fixed(clipHighest, 1)
+        << " dBm. ";
+    if (hsAtZero.count == 0) {
+        doc << R"(That lies above the top of every crossover band (-10 dBm for the low group above
+9 GHz, -8 dBm for models 4, 5, 6, 69, 70, 79, 80 and 105 to 109), so the `hs` path
+counts wherever the merge uses it and no reading of the survey is set apart.
 )";
+    } else {
+        doc << R"(Every input above that gives the same count 0, which the top
+segment's line reads as that power, while the band goes on to -10 dBm (low group above
+9 GHz) or -8 dBm (models 4, 5, 6, 69, 70, 79, 80 and 105 to 109). There the merge blends a
+`hs` value stuck at the clip point into the reading: )"
+            << hsAtZero.count << " readings, up to " << Mdb(hsAtZero.MaxAbs())
+            << R"( mdB low. This is the simulator's: a real head's `hs` path
+still counts at the top of its crossover band, so the simulated one must too (its count
+at -20 dBm at least about 12 dB times its counts per dB).
+)";
+    }
 
     // ------------------------------------------------------------ pulse
     doc << R"(
@@ -420,9 +445,9 @@ duty cycle = width / period. Errors: powers in mdB, duty cycle in percentage poi
         doc << "\n</details>\n\n";
     }
 
-    std::fprintf(stderr, "CW max %.1f mdB (rms %.1f) over %d readings; calibrated on grid %.1f; bands above -20 %.1f; "
+    std::fprintf(stderr, "CW max %.1f mdB (rms %.1f) over %d readings; calibrated, quantisation only %.1f; bands above -20 %.1f; "
                  "hs at 0: %d readings, max %.1f; pulse %.1f peak %.1f average %.1f duty %.2f points: %s\n",
-                 1000 * allCounted.MaxAbs(), 1000 * allCounted.Rms(), allCounted.count, 1000 * onGrid.MaxAbs(),
+                 1000 * allCounted.MaxAbs(), 1000 * allCounted.Rms(), allCounted.count, 1000 * quantisation.MaxAbs(),
                  1000 * highBands.MaxAbs(), hsAtZero.count, 1000 * hsAtZero.MaxAbs(), 1000 * pulseAll.MaxAbs(),
                  1000 * peakAll.MaxAbs(), 1000 * averageAll.MaxAbs(), dutyAll.MaxAbs(),
                  withinTarget ? "within target" : "BEYOND TARGET");
