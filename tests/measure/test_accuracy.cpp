@@ -51,7 +51,7 @@ TEST_P(AccuracyCW, ErrorStaysWithinWhatTheMethodExplains) {
 }
 
 // Sensors: 0 low group, 1..3 the models with the band -15..-8 dBm, 4 the
-// class P coarse group. Whole sweeps on grid and off-grid frequencies at and
+// class P coarse group, 5 the low group's class S. Whole sweeps on grid and off-grid frequencies at and
 // away from calibration; then the bands that reach above the hs calibration.
 const SweepCase kSweeps[] = {
     {"LowGroupAt1GHz", 0, 1.0e9, 0, -65, 20, 1},
@@ -65,6 +65,7 @@ const SweepCase kSweeps[] = {
     {"LowGroupBand20To15", 0, 8.5e9, 0, -23, -12, 0.25},
     {"LowGroupBand15To10", 0, 9.5e9, 0, -18, -7, 0.25},
     {"Model5Band15To8", 2, 1.0e9, 0, -18, -5, 0.25},
+    {"LowGroupClassSBand15To10", 5, 9.5e9, 0, -18, -7, 0.25},
 };
 INSTANTIATE_TEST_SUITE_P(Survey, AccuracyCW, ::testing::ValuesIn(kSweeps),
                          [](const auto& i) { return std::string(i.param.name); });

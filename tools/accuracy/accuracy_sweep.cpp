@@ -17,11 +17,12 @@ constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
 const std::vector<SensorSpec>& SurveySensors() {
     static const std::vector<SensorSpec> sensors = {
-        {"low group (1, 2, 3, 64, 65, 66, ...)", "QV222A", "ACC002", 21, 1.0e10, true, 0, 0},
-        {"4, 105, 106", "QV331A", "ACC004", 22, 1.25e10, false, -15.0, -8.0},
-        {"5, 69, 79, 107, 108", "QV332A", "ACC005", 23, 1.8e10, false, -15.0, -8.0},
-        {"6, 70, 80, 109", "QV333A", "ACC006", 24, 2.65e10, false, -15.0, -8.0},
-        {"7, 8, 71, 81, 110..113", "QV442A", "ACC008", 25, 2.0e10, false, -30.0, -20.0},
+        {"low group, class P (1, 2, 3, 66, ...)", "QV222A", "ACC002", 21, 1.0e10, true, true, 0, 0},
+        {"4, 105, 106", "QV331A", "ACC004", 22, 1.25e10, false, false, -15.0, -8.0},
+        {"5, 69, 79, 107, 108", "QV332A", "ACC005", 23, 1.8e10, false, false, -15.0, -8.0},
+        {"6, 70, 80, 109", "QV333A", "ACC006", 24, 2.65e10, false, false, -15.0, -8.0},
+        {"7, 8, 71, 81, 110..113", "QV442A", "ACC008", 25, 2.0e10, true, false, -30.0, -20.0},
+        {"low group, class S (64, 65)", "OEM", "ACC064", 26, 1.0e10, false, true, 0, 0},
     };
     return sensors;
 }

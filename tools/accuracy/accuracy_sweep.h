@@ -20,13 +20,15 @@ struct SensorSpec {
     const char* serial;
     std::int32_t address;
     double topHz;  // the model's highest frequency
+    bool classP;   // merge class: P keeps hs above the band and adds a peak share
     bool lowGroup; // crossover band by frequency; otherwise fixed by the model
     double bandLower, bandUpper;  // the fixed band, dBm
 };
 
 // One sensor of each calibration grid group: the low group (model 2, class P),
-// the three coarse groups of class S models with the band -15..-8 dBm, and the
-// coarse group of class P models with the band -30..-20 dBm.
+// the three coarse groups of class S models with the band -15..-8 dBm, the
+// coarse group of class P models with the band -30..-20 dBm; then the low
+// group's class S (model 64), which merges differently above the band.
 const std::vector<SensorSpec>& SurveySensors();
 
 // Where a level lies for a sensor at a frequency.

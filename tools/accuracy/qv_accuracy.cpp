@@ -116,8 +116,9 @@ fails when a representative part of the CW figures leaves its target.
 
 ## Sensors
 
-One sensor of each calibration grid group. Class P models keep the `hs` value above the
-band and add a share of the peak; class S models blend 5 % `hs` with 95 % `ls` there.
+One sensor of each calibration grid group, and the low group's class S as well. Class P
+models keep the `hs` value above the band and add a share of the peak; class S models
+blend 5 % `hs` with 95 % `ls` there.
 
 | Grid group (model indexes) | Sensor | Merge class | Crossover band (dBm) | Calibration temperature | Other temperatures |
 |---|---|---|---|---|---|
@@ -129,7 +130,7 @@ void WriteSensors(std::ostream& doc, SensorBench& bench) {
         const std::vector<int> t = bench.SurveyTemperatures(i);
         const double kelvin = (t[2] - t[0]) / bench.CountsPerKelvin(i);
         doc << "| " << s.group << " | " << s.product << " (" << s.serial << ") | "
-            << (s.lowGroup || s.bandLower < -20.0 ? "P" : "S") << " | "
+            << (s.classP ? "P" : "S") << " | "
             << (s.lowGroup ? "-30..-20 to 6 GHz, -25..-18 to 8 GHz, -20..-15 to 9 GHz, -15..-10 above"
                            : Fixed(s.bandLower, 0) + ".." + Fixed(s.bandUpper, 0))
             << " | count " << t[0] << " | -" << Fixed(kelvin, 1) << " K, +" << Fixed(kelvin, 1)
