@@ -22,5 +22,8 @@ qvsim="$build/sim/qvsim"
 "$qvsim" add EF9012 R7703B --address 200 >/dev/null
 echo "--- simulated bus ($QV_SIM_BUS)"
 "$qvsim" list
-echo "--- what the library sees"
-"$build/qv_demo"
+qvpower="$build/tools/qvpower"
+echo "--- what the library sees: qvpower list"
+"$qvpower" list
+echo "--- qvpower info @5"
+"$qvpower" info @5
