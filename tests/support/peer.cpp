@@ -186,6 +186,20 @@ int main() {
             int address = 0;
             in >> address;
             Reply(std::to_string(QV_ReadStateFromINI(address)));
+        } else if (command == "measure-cw") {
+            // CW readings with the given averages: how many failed, and
+            // the mean of those that did not.
+            int address = 0, averages = 1, count = 0;
+            in >> address >> averages >> count;
+            int failures = QV_SetAverages(address, averages) != 1;
+            double sum = 0;
+            for (int i = 0; i < count; ++i) {
+                double reading = 0;
+                if (QV_MeasureCW(address, &reading) == 1) sum += reading;
+                else ++failures;
+            }
+            const int good = count - failures;
+            Reply(std::to_string(failures) + " " + std::to_string(good > 0 ? sum / good : 0.0));
         } else if (command == "hold") {
             // Takes the lock and keeps it for the given milliseconds (forever
             // when 0): the lock is then held by a live, or later killed, process.

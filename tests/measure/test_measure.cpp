@@ -1,0 +1,399 @@
+// Readings of a simulated sensor through the exports: what goes out to the
+// sensor when, the averaging split, smoothing, corrections and units, pulse
+// readings, and sensors that stop answering.
+#include <cmath>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "measure/measure_fixture.h"
+
+using namespace qv;
+using namespace qv::test;
+
+namespace {
+
+using Strings = std::vector<std::string>;
+const Strings kStart {"OUT 193", "IN 194"};
+const Strings kNothing {};
+
+double Mw(double dbm) { return std::pow(10.0, dbm / 10.0); }
+double Dbm(double mw) { return 10.0 * std::log10(mw); }
+
+// ---------------------------------------------------------------- stream flags
+
+struct FlagStep {
+    const char* what;
+    std::function<void()> before;
+    std::int32_t averages;
+    Strings requests;
+    bool pulse = false;
+};
+
+class StreamFlags : public MeasureTest {
+protected:
+    void SetTriggerOutput(int on) {
+        ASSERT_EQ(QV_SetTTLTriggerOutEnabled(kMeasAddr, on), 1);
+        qvsim_transcript_clear(id_);
+    }
+};
+
+TEST_F(StreamFlags, DecideWhichRequestsEachReadingSends) {
+    const std::vector<FlagStep> steps = {
+        {"first streaming reading arms the stream", [] {}, 1, kStart},
+        {"then a bare pipe read", [] {}, 1, kNothing},
+        {"and again", [] {}, 1, kNothing},
+        // The sensor keeps streaming: more blocks are read from the stream,
+        // each reading re-arming it.
+        {"more averages drop the armed flag", [] {}, 3, {"IN 194"}},
+        {"and re-arm each reading", [] {}, 3, {"IN 194"}},
+        {"back to one average arms it once more", [] {}, 1, {"IN 194"}},
+        {"streaming", [] {}, 1, kNothing},
+        {"a pulse reading reads the same stream", [] {}, 1, kNothing, true},
+        {"trigger output on: triggered mode, output pulsed around it",
+         [this] { SetTriggerOutput(1); }, 1, {"IN 205", "IN 191", "OUT 193", "IN 194", "IN 204"}},
+        {"triggered mode has no stream", [] {}, 2, {"IN 205", "IN 191", "OUT 193", "IN 194", "IN 204"}},
+        {"trigger output off: the stream was dropped and is armed again",
+         [this] { SetTriggerOutput(0); }, 1, kStart},
+        {"streaming once more", [] {}, 1, kNothing},
+    };
+    for (const FlagStep& step : steps) {
+        SCOPED_TRACE(step.what);
+        step.before();
+        Current().Averages = step.averages;
+        QueueCW(step.averages, -30.0);
+        double a = 0, b = 0, c = 0, d = 0;
+        ASSERT_EQ(step.pulse ? QV_MeasurePulse(kMeasAddr, &a, &b, &c, &d) : QV_MeasureCW(kMeasAddr, &a), 1);
+        EXPECT_EQ(NewRequests(), step.requests);
+        EXPECT_EQ(State(id_).bulk_in_pending, 0);  // every queued block was read
+    }
+}
+
+TEST_F(MeasureTest, StartRequestsCarryTheBlockCount) {
+    Current().Averages = 42;
+    ReadCW(-30);
+    Current().Averages = 1;
+    ReadCW(-30);
+    EXPECT_EQ(StartPayloads(), (std::vector<int>{42, 0}));  // 0 arms a continuous stream
+}
+
+TEST_F(MeasureTest, RecorderModeArmsTheStreamOnceAndShowsEachReading) {
+    ASSERT_EQ(QV_SetRecorderOutEnabled(kMeasAddr, 1), 1);
+    qvsim_transcript_clear(id_);
+    Current().Averages = 1;
+    ReadCW(-5.0);
+    EXPECT_EQ(NewRequests(), kStart);
+    // Levels -20 .. 10 dBm: -5 dBm is half way.
+    EXPECT_NEAR(State(id_).recorder_word, 26214, 60);  // within 0.035 dB
+    ReadCW(-20.0);
+    EXPECT_EQ(NewRequests(), kNothing);
+    EXPECT_NEAR(State(id_).recorder_word, 0, 30);
+}
+
+// ---------------------------------------------------------------- averaging split
+
+TEST_F(MeasureTest, AveragesAbove100AreSplitIntoEqualRunsAndKept) {
+    Current().Averages = 150;
+    QueueCW(2 * 76, -20.0);
+    double reading = 0;
+    ASSERT_EQ(QV_MeasureCW(kMeasAddr, &reading), 1);
+    EXPECT_NEAR(reading, -20.0, 0.03);
+    EXPECT_EQ(StartPayloads(), (std::vector<int>{76, 76}));
+    EXPECT_EQ(State(id_).bulk_in_pending, 0);
+    EXPECT_EQ(Current().Averages, 150);
+
+    // The second run finds no data: the reading fails, the setting stays.
+    QueueCW(76, -20.0);
+    EXPECT_EQ(QV_MeasureCW(kMeasAddr, &reading), QV_ERR_ACQUISITION);
+    EXPECT_EQ(Current().Averages, 150);
+}
+
+// ---------------------------------------------------------------- accuracy
+
+struct AccuracyCase {
+    const char* product;
+    double dbm;
+};
+
+class Accuracy : public MeasureTest, public ::testing::WithParamInterface<AccuracyCase> {
+protected:
+    Accuracy() { product_ = GetParam().product; }
+};
+
+TEST_P(Accuracy, ReadingAgreesWithTheInputPower) {
+    Current().Averages = 4;
+    EXPECT_NEAR(ReadCW(GetParam().dbm), GetParam().dbm, 0.03);
+}
+
+// QV442A: class P, band -30..-20 dBm; OEM: class S, low group.
+INSTANTIATE_TEST_SUITE_P(
+    Levels, Accuracy,
+    ::testing::Values(AccuracyCase {"QV442A", -60}, AccuracyCase {"QV442A", -41},
+                      AccuracyCase {"QV442A", -29}, AccuracyCase {"QV442A", -25},
+                      AccuracyCase {"QV442A", -21}, AccuracyCase {"QV442A", -5},
+                      AccuracyCase {"QV442A", 15}, AccuracyCase {"OEM", -55},
+                      AccuracyCase {"OEM", -25}, AccuracyCase {"OEM", 0}),
+    [](const auto& i) {
+        return std::string(i.param.product) + "_" + (i.param.dbm < 0 ? "minus" : "") +
+               std::to_string(static_cast<int>(std::fabs(i.param.dbm)));
+    });
+
+TEST_F(MeasureTest, ASensorBeyondItsTemperatureTableIsReadWithTheEndRow) {
+    Current().Averages = 2;
+    for (int count : {0, 65535}) {
+        ASSERT_EQ(qvsim_set_temperature(id_, count), QVSIM_OK);
+        EXPECT_NEAR(ReadCW(-40.0), -40.0, 0.05) << count;
+    }
+}
+
+TEST_F(MeasureTest, FrequencyChangeRebuildsTheRowsBeforeTheReading) {
+    Current().Averages = 2;
+    ASSERT_EQ(QV_SetFrequency(kMeasAddr, 6.0e9), 1);
+    freqHz_ = 6.0e9;
+    EXPECT_NEAR(ReadCW(-12.0), -12.0, 0.03);
+    EXPECT_EQ(Record().tempRows[0].freq, 6.0e9);
+}
+
+// ---------------------------------------------------------------- corrections and units
+
+struct CorrectionCase {
+    const char* name;
+    std::function<void(InstrumentState&)> set;
+    double expected;  // from a -10 dBm input
+    double tolerance;
+};
+
+class Corrections : public MeasureTest, public ::testing::WithParamInterface<CorrectionCase> {};
+
+TEST_P(Corrections, ApplyInOrderToTheReading) {
+    Current().Averages = 2;
+    GetParam().set(Current());
+    EXPECT_NEAR(ReadCW(-10.0), GetParam().expected, GetParam().tolerance);
+}
+
+const CorrectionCase kCorrections[] = {
+    {"Offset", [](InstrumentState& s) { s.OffsetEnabled = 1, s.Offset_DB = 3.5; }, -6.5, 0.03},
+    {"DutyCycle", [](InstrumentState& s) { s.DutyCycleEnabled = 1, s.DutyeCycle = 0.1; }, 0.0, 0.03},
+    {"Ohms75InPowerUnits", [](InstrumentState& s) { s.Enabled75Ohms = 1; }, -4.28, 0.03},
+    {"Ohms75InVoltageUnits",
+     [](InstrumentState& s) { s.Enabled75Ohms = 1, s.PowerUnits = QV_UNIT_DBMV; }, -10 + 7.48 + 46.9897, 0.03},
+    {"Watts", [](InstrumentState& s) { s.PowerUnits = QV_UNIT_W; }, 1e-4, 1e-6},
+    {"Volts", [](InstrumentState& s) { s.PowerUnits = QV_UNIT_V; }, std::sqrt(0.05 * 0.1), 1e-4},
+    {"Relative", [](InstrumentState& s) { s.PowerUnits = QV_UNIT_DB_REL, s.CWRef = 0.1, s.CWRefUnits = QV_UNIT_DBW; },
+     -10 - 30.1, 0.03},
+    {"Response",
+     [](InstrumentState& s) {
+         s.ResponseEnabled = 1, s.NumberOfResponsePoints = 2;
+         s.Response[0] = {5e8, 1.0}, s.Response[1] = {1.5e9, 2.0};
+     },
+     -8.5, 0.03},
+    {"OffsetAfterTheFloor", [](InstrumentState& s) { s.OffsetEnabled = 1, s.Offset_DB = -100; }, -110.0, 0.03},
+};
+INSTANTIATE_TEST_SUITE_P(Reading, Corrections, ::testing::ValuesIn(kCorrections),
+                         [](const auto& i) { return std::string(i.param.name); });
+
+TEST_F(MeasureTest, ModelOneReadingsBelowMinus37AreHeldThere) {
+    Current().Averages = 1;
+    Record().identity.ModelIndex = 1;
+    EXPECT_EQ(ReadCW(-50.0), -37.0);
+}
+
+// ---------------------------------------------------------------- relative units
+
+TEST_F(MeasureTest, RelativeReadingsAreJudgedAndShownAsTheAbsolutePower) {
+    Current().Averages = 2;
+    Current().PowerUnits = QV_UNIT_DB_REL;
+    Current().CWRef = -10.0;
+    ASSERT_EQ(QV_SetSingleSidedLimit(kMeasAddr, -30.0, QV_UNIT_DBM, 2), 1);  // below -30 fails
+    ASSERT_EQ(QV_SetLimitEnabled(kMeasAddr, QV_LIMITS_SINGLE_SIDED), 1);
+    QueueCW(2, -25.0);
+    double reading = 0;
+    std::int32_t verdict = -1;
+    ASSERT_EQ(QV_MeasureCW_PF(kMeasAddr, &reading, &verdict), 1);
+    EXPECT_NEAR(reading, -15.0, 0.03);
+    EXPECT_EQ(verdict, QV_LIMIT_PASS);  // -25 dBm, not -9999.999
+    EXPECT_EQ(Current().MeasMode, 2);
+
+    ASSERT_EQ(QV_SetRecorderOutEnabled(kMeasAddr, 1), 1);
+    EXPECT_NEAR(ReadCW(-5.0), 5.0, 0.03);
+    EXPECT_NEAR(State(id_).recorder_word, 26214, 60);  // shows -5 dBm
+}
+
+TEST_F(MeasureTest, LimitsOffGiveNotEvaluated) {
+    Current().Averages = 1;
+    QueueCW(1, -25.0);
+    double reading = 0;
+    std::int32_t verdict = -1;
+    ASSERT_EQ(QV_MeasureCW_PF(kMeasAddr, &reading, &verdict), 1);
+    EXPECT_EQ(verdict, QV_LIMIT_NOT_EVALUATED);
+}
+
+// ---------------------------------------------------------------- smoothing through the exports
+
+TEST_F(MeasureTest, ExtendedAveragingAndMaxHoldFollowTheReadings) {
+    Current().Averages = 1;
+    ASSERT_EQ(QV_SetExtendedAveraging(kMeasAddr, 4), 1);
+    ASSERT_EQ(QV_SetExtendedAveragingEnabled(kMeasAddr, 1), 1);
+    EXPECT_NEAR(ReadCW(-10), -10, 0.03);
+    EXPECT_NEAR(ReadCW(-20), Dbm(2.0 / 3 * Mw(-10) + 1.0 / 3 * Mw(-20)), 0.03);
+    ASSERT_EQ(QV_ResetExtendedAveraging(kMeasAddr), 1);
+    EXPECT_NEAR(ReadCW(-20), -20, 0.03);
+    ASSERT_EQ(QV_SetExtendedAveragingEnabled(kMeasAddr, 0), 1);
+
+    ASSERT_EQ(QV_SetMaxHoldEnabled(kMeasAddr, 1), 1);
+    EXPECT_NEAR(ReadCW(-20), -20, 0.03);
+    const double held = ReadCW(-10);
+    EXPECT_NEAR(held, -10, 0.03);
+    EXPECT_EQ(ReadCW(-30), held);
+    // A pulse reading between two CW readings restarts the CW hold.
+    QueueCW(1, -40);
+    double p = 0, pk = 0, avg = 0, dc = 0;
+    ASSERT_EQ(QV_MeasurePulse(kMeasAddr, &p, &pk, &avg, &dc), 1);
+    EXPECT_NEAR(ReadCW(-30), -30, 0.03);
+    ASSERT_EQ(QV_ResetMaxHold(kMeasAddr), 1);
+    EXPECT_NEAR(ReadCW(-35), -35, 0.03);
+
+    std::int32_t value = 0;
+    ASSERT_EQ(QV_GetMaxHoldEnabled(kMeasAddr, &value), 1);
+    EXPECT_EQ(value, 1);
+    ASSERT_EQ(QV_GetExtendedAveraging(kMeasAddr, &value), 1);
+    EXPECT_EQ(value, 4);
+    EXPECT_EQ(QV_GetExtendedAveragingEnabled(kMeasAddr + 1, &value), -1);  // no such sensor
+    EXPECT_EQ(QV_GetMaxHoldEnabled(kMeasAddr, nullptr), -1);
+}
+
+// ---------------------------------------------------------------- pulse readings
+
+TEST_F(MeasureTest, PulseReadingOfACWSignalIsAllPulse) {
+    Current().Averages = 10;
+    QueueCW(10, -12.0);
+    double pulse = 0, peak = 0, average = 0, dc = 0;
+    ASSERT_EQ(QV_MeasurePulse(kMeasAddr, &pulse, &peak, &average, &dc), 1);
+    EXPECT_NEAR(pulse, -12.0, 0.05);
+    EXPECT_NEAR(average, -12.0, 0.05);
+    EXPECT_NEAR(peak, -12.0, 0.1);
+    EXPECT_NEAR(dc, 1.0, 0.01);
+    EXPECT_EQ(Current().MeasMode, 3);
+}
+
+struct PulseCase {
+    const char* name;
+    double on, off;   // dBm
+    int width;        // samples on out of every 126
+    int averages;
+};
+
+class PulseReading : public MeasureTest, public ::testing::WithParamInterface<PulseCase> {};
+
+TEST_P(PulseReading, GivesPowerPeakAverageAndDutyCycleOfThePulseTrain) {
+    const PulseCase& c = GetParam();
+    Current().Averages = c.averages;
+    const int blocks = c.averages > 100 ? 2 * (c.averages / 2 + 1) : c.averages;
+    Queue(blocks, [&](int i) { return i % 126 < c.width ? c.on : c.off; });
+    double pulse = 0, peak = 0, average = 0, dc = 0;
+    ASSERT_EQ(QV_MeasurePulse(kMeasAddr, &pulse, &peak, &average, &dc), 1);
+    const double duty = c.width / 126.0;
+    EXPECT_NEAR(pulse, c.on, 0.05);
+    EXPECT_NEAR(peak, c.on, 0.1);
+    EXPECT_NEAR(dc, duty, 0.01);
+    EXPECT_NEAR(average, Dbm(duty * Mw(c.on) + (1 - duty) * Mw(c.off)), 0.05);
+    EXPECT_EQ(Current().Averages, c.averages);
+}
+
+const PulseCase kPulses[] = {
+    {"HighPowerTenPerCent", 5.0, -50.0, 13, 4},
+    {"LowPowerHalf", -45.0, -65.0, 63, 4},
+    {"InTheBandQuarter", -24.0, -60.0, 32, 4},
+    {"SplitAcquisitionRefinedFromHistograms", 0.0, -50.0, 38, 150},
+};
+INSTANTIATE_TEST_SUITE_P(Trains, PulseReading, ::testing::ValuesIn(kPulses),
+                         [](const auto& i) { return std::string(i.param.name); });
+
+TEST_F(MeasureTest, RelativePulseReadingsAndTheirVerdict) {
+    Current().Averages = 4;
+    Current().PowerUnits = QV_UNIT_DB_REL;
+    ASSERT_EQ(QV_SetPulseReference(kMeasAddr, -20.0, -20.0, -30.0, 50.0, QV_UNIT_DBM), 1);
+    ASSERT_EQ(QV_SetSingleSidedLimit(kMeasAddr, -25.0, QV_UNIT_DBM, 2), 1);
+    ASSERT_EQ(QV_SetLimitEnabled(kMeasAddr, QV_LIMITS_SINGLE_SIDED), 1);
+    Queue(4, [](int i) { return i % 126 < 76 ? -10.0 : -60.0; });
+    double pulse = 0, peak = 0, average = 0, dc = 0;
+    std::int32_t verdict = -1;
+    ASSERT_EQ(QV_MeasurePulse_PF(kMeasAddr, &pulse, &peak, &average, &dc, &verdict), 1);
+    EXPECT_NEAR(pulse, 10.0, 0.05);
+    EXPECT_NEAR(dc, 76 / 126.0 - 0.5, 0.01);
+    EXPECT_EQ(verdict, QV_LIMIT_PASS);  // -10 dBm is above -25
+    EXPECT_EQ(Current().MeasMode, 4);
+}
+
+TEST_F(MeasureTest, APulseReadingSwitchesTheRecorderOutputOff) {
+    ASSERT_EQ(QV_SetRecorderOutEnabled(kMeasAddr, 1), 1);
+    qvsim_transcript_clear(id_);
+    Current().Averages = 1;
+    QueueCW(1, -20.0);
+    double pulse = 0, peak = 0, average = 0, dc = 0;
+    ASSERT_EQ(QV_MeasurePulse(kMeasAddr, &pulse, &peak, &average, &dc), 1);
+    EXPECT_EQ(NewRequests(), (Strings{"OUT 193", "IN 194", "IN 179", "IN 195", "IN 187", "IN 198"}));
+    EXPECT_EQ(Current().RecorderOutEnabled, 0);
+    EXPECT_EQ(Record().streamArmed, 0);
+}
+
+// ---------------------------------------------------------------- sensors that fail
+
+TEST_F(MeasureTest, ASensorThatStopsAnsweringFailsTheReadingAndIsReopened) {
+    Current().Averages = 1;
+    ReadCW(-30);
+    const unsigned opens = State(id_).opens;
+    qvsim_transcript_clear(id_);
+    double reading = 7;
+    EXPECT_EQ(QV_MeasureCW(kMeasAddr, &reading), QV_ERR_ACQUISITION);  // nothing queued
+    EXPECT_EQ(reading, 7);
+    EXPECT_EQ(NewRequests(), (Strings{"OUT 193"}));  // the retry's start
+    EXPECT_EQ(State(id_).opens, opens + 1);
+    EXPECT_EQ(Info(id_).open_handles, 1);  // the old handle was closed
+    EXPECT_EQ(Record().streamArmed, 0);
+    // It answers again: the next reading starts the stream afresh.
+    EXPECT_NEAR(ReadCW(-30), -30, 0.03);
+    EXPECT_EQ(NewRequests(), kStart);
+}
+
+TEST_F(MeasureTest, ARefusedStartClosesTheHandlesAndTheNextReadingOpensAnew) {
+    Current().Averages = 1;
+    AddFault(id_, QVSIM_FAULT_REQUEST_FAILS, 193, 1);
+    double reading = 0;
+    EXPECT_EQ(QV_MeasureCW(kMeasAddr, &reading), QV_ERR_ACQUISITION);
+    EXPECT_EQ(Record().deviceHandle, -1);
+    EXPECT_EQ(Record().winUsbHandle, -1);
+    EXPECT_EQ(Info(id_).open_handles, 0);
+    EXPECT_NEAR(ReadCW(-30), -30, 0.03);
+    EXPECT_EQ(Info(id_).open_handles, 0);  // opened for that reading only
+}
+
+TEST_F(MeasureTest, ASensorUnpluggedWhileStreamingFailsUntilItIsBack) {
+    Current().Averages = 1;
+    ReadCW(-30);
+    ASSERT_EQ(qvsim_sensor_unplug(id_), QVSIM_OK);
+    double reading = 0;
+    EXPECT_EQ(QV_MeasureCW(kMeasAddr, &reading), QV_ERR_ACQUISITION);
+    EXPECT_EQ(QV_MeasureCW(kMeasAddr, &reading), QV_ERR_ACQUISITION);
+    double p = 0, pk = 0, avg = 0, dc = 0;
+    EXPECT_EQ(QV_MeasurePulse(kMeasAddr, &p, &pk, &avg, &dc), QV_ERR_ACQUISITION);
+    ASSERT_EQ(qvsim_sensor_replug(id_), QVSIM_OK);
+    EXPECT_NEAR(ReadCW(-30), -30, 0.03);
+}
+
+TEST_F(MeasureTest, MeasurementsRefuseSensorsTheCallerDoesNotOwn) {
+    double a = 0, b = 0, c = 0, d = 0;
+    std::int32_t v = 0;
+    EXPECT_EQ(QV_MeasureCW(kMeasAddr + 1, &a), -1);
+    EXPECT_EQ(QV_MeasureCW(kMeasAddr, nullptr), -1);
+    EXPECT_EQ(QV_MeasureCW_PF(kMeasAddr, &a, nullptr), -1);
+    EXPECT_EQ(QV_MeasurePulse(kMeasAddr, &a, &b, nullptr, &d), -1);
+    EXPECT_EQ(QV_MeasurePulse_PF(kMeasAddr + 1, &a, &b, &c, &d, &v), -1);
+    Record().ownerPid = platform::CurrentProcessId() + 1;
+    EXPECT_EQ(QV_MeasureCW(kMeasAddr, &a), -1);
+    EXPECT_EQ(QV_SetMaxHoldEnabled(kMeasAddr, 1), -1);
+    Record().ownerPid = platform::CurrentProcessId();
+    EXPECT_EQ(Requests(id_), kNothing);
+}
+
+}  // namespace

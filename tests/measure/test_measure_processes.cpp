@@ -1,0 +1,57 @@
+// Real processes measuring their own sensors at the same time.
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+
+#include "measure/raw_blocks.h"
+#include "support/peer_process.h"
+
+using qv::test::PeerProcess;
+
+namespace {
+
+int AddSensor(const char* serial, int address) {
+    qvsim_sensor_config config;
+    qvsim_sensor_config_init(&config);
+    config.serial = serial;
+    config.address = address;
+    config.product = "QV442A";
+    return qvsim_sensor_add(&config);
+}
+
+TEST(MeasureProcesses, TwoProcessesReadTheirOwnSensorsAtOnce) {
+    ASSERT_EQ(qvsim_bus_create(nullptr), QVSIM_OK);
+    const int a = AddSensor("MPA001", 21), b = AddSensor("MPB002", 22);
+    ASSERT_GE(a, 0);
+    ASSERT_GE(b, 0);
+    constexpr int kReadings = 200;
+    for (auto [id, dbm] : {std::pair{a, -10.0}, std::pair{b, -40.0}}) {
+        const auto raw = qv::test::RawBlocks(id, kReadings, [dbm](int) { return dbm; }, 1.0e9);
+        ASSERT_EQ(qvsim_bulk_in_push(id, raw.data(), static_cast<int>(raw.size())),
+                  static_cast<int>(raw.size()));
+    }
+    PeerProcess first, second;
+    ASSERT_EQ(first.Ask("init MPA001"), "1");
+    ASSERT_EQ(second.Ask("init MPB002"), "2");
+    // Both stream at once; every call holds the lock across its pipe read.
+    first.Send("measure-cw 21 1 " + std::to_string(kReadings));
+    second.Send("measure-cw 22 1 " + std::to_string(kReadings));
+    for (auto [peer, dbm] : {std::pair{&first, -10.0}, std::pair{&second, -40.0}}) {
+        std::istringstream reply(peer->ReadLine(60000));
+        int failures = -1;
+        double mean = 0;
+        reply >> failures >> mean;
+        EXPECT_EQ(failures, 0);
+        EXPECT_NEAR(mean, dbm, 0.03);
+    }
+    for (int id : {a, b}) {
+        qvsim_sensor_state s {};
+        ASSERT_EQ(qvsim_sensor_state_get(id, &s), QVSIM_OK);
+        EXPECT_EQ(s.bulk_in_pending, 0);
+    }
+    EXPECT_EQ(first.Exit(), 0);
+    EXPECT_EQ(second.Exit(), 0);
+}
+
+}  // namespace
