@@ -2,6 +2,7 @@
 // its model table held against the library.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -10,6 +11,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "measure/raw_blocks.h"
 #include "qv_api2.h"
 #include "qvpower_sensors.h"
 #include "support/process.h"
@@ -145,6 +147,56 @@ TEST_F(QvPower, ReportsASensorThatCannotBeOpened) {
     EXPECT_NE(run.output.find("QV_GetIndex_Addr(5) returned -5: a sensor on the bus could not be opened"),
               std::string::npos)
         << run.output;
+}
+
+// Readings of blocks made from a known input through the sensor's own
+// detector: the tool's options reach the library and its output reads back.
+TEST_F(QvPower, CwReadingsInJsonAgreeWithTheInputPower) {
+    const std::vector<std::uint8_t> raw = RawBlocks(first_, 3 * 4, [](int) { return -12.0; }, 1e9);
+    ASSERT_EQ(qvsim_bulk_in_push(first_, raw.data(), static_cast<int>(raw.size())), static_cast<int>(raw.size()));
+    const ToolRun run = Run({"measure", "cw", "AB1234", "-f", "1GHz", "-a", "4", "-n", "3", "--json"});
+    ASSERT_EQ(run.status, 0) << run.output;
+    const std::vector<nlohmann::json> readings = run.JsonLines();
+    ASSERT_EQ(readings.size(), 3u) << run.output;
+    for (int n = 0; n < 3; ++n) {
+        EXPECT_EQ(readings[n]["reading"], n + 1);
+        EXPECT_EQ(readings[n]["sensor"], "AB1234");
+        EXPECT_EQ(readings[n]["unit"], "dBm");
+        EXPECT_NEAR(readings[n]["power"].get<double>(), -12.0, 0.05);
+    }
+}
+
+TEST_F(QvPower, CwReadingInCsvWithOffsetInWatts) {
+    const std::vector<std::uint8_t> raw = RawBlocks(first_, 2, [](int) { return -12.0; }, 2.4e9);
+    ASSERT_EQ(qvsim_bulk_in_push(first_, raw.data(), static_cast<int>(raw.size())), static_cast<int>(raw.size()));
+    const ToolRun run = Run({"measure", "cw", "@5", "-f", "2.4GHz", "-a", "2", "-o", "3", "-u", "w", "--csv"});
+    ASSERT_EQ(run.status, 0) << run.output;
+    std::istringstream lines(run.output);
+    std::string header, row;
+    std::getline(lines, header);
+    std::getline(lines, row);
+    EXPECT_EQ(header, "reading,sensor,address,frequency_hz,power,unit");
+    const std::string prefix = "1,AB1234,5,2400000000.0,";
+    ASSERT_EQ(row.rfind(prefix, 0), 0u) << row;
+    EXPECT_EQ(row.substr(row.rfind(',')), ",W");
+    const double watts = std::stod(row.substr(prefix.size()));
+    EXPECT_NEAR(10 * std::log10(watts / 1e-3), -9.0, 0.05);
+}
+
+TEST_F(QvPower, PulseReadingInJsonHasEveryPart) {
+    // 13 samples on out of every 126: a duty cycle of about 10 %.
+    const std::vector<std::uint8_t> raw =
+        RawBlocks(first_, 4, [](int i) { return i % 126 < 13 ? 5.0 : -50.0; }, 1e9);
+    ASSERT_EQ(qvsim_bulk_in_push(first_, raw.data(), static_cast<int>(raw.size())), static_cast<int>(raw.size()));
+    const ToolRun run = Run({"measure", "pulse", "AB1234", "-a", "4", "--json"});
+    ASSERT_EQ(run.status, 0) << run.output;
+    const nlohmann::json r = run.JsonLines().at(0);
+    const double duty = 13 / 126.0;
+    EXPECT_NEAR(r["pulse"].get<double>(), 5.0, 0.05);
+    EXPECT_NEAR(r["peak"].get<double>(), 5.0, 0.1);
+    EXPECT_NEAR(r["average"].get<double>(), 10 * std::log10(duty * std::pow(10, 0.5) + (1 - duty) * 1e-5), 0.05);
+    EXPECT_NEAR(r["duty_cycle"].get<double>(), duty, 0.01);
+    EXPECT_EQ(r["unit"], "dBm");
 }
 
 class QvPowerHelp : public QvPower, public ::testing::WithParamInterface<std::vector<std::string>> {};
