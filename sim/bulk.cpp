@@ -1,7 +1,7 @@
 // The sensor's bulk pipes. ProduceBulkIn is the single source of everything the
-// sensor sends on pipe 0x82: today the bytes tests queue with qvsim_bulk_in_push;
-// measurement blocks (after 193/194) and sweep packets (after 177/178) come from a
-// detector model plugged in here, using the sensor state those requests left.
+// sensor sends on pipe 0x82: the bytes tests queue with qvsim_bulk_in_push, then
+// measurement blocks (after 193/194, acquisition.cpp); sweep packets (after
+// 177/178) will come in here too.
 #include <algorithm>
 #include <cstring>
 
@@ -21,8 +21,12 @@ std::uint32_t TakeQueued(DeviceState& state, const std::uint8_t* ring, std::uint
 
 }  // namespace
 
-std::uint32_t ProduceBulkIn(SensorRecord& sensor, std::uint8_t* out, std::uint32_t length) {
-    return TakeQueued(sensor.state, sensor.bulkIn, out, length);
+std::uint32_t ProduceBulkIn(SensorRecord& sensor, const TimingModel& timing, std::uint8_t* out, std::uint32_t length,
+                            std::uint32_t timeoutMs, std::uint64_t* readyNs) {
+    *readyNs = 0;
+    const std::uint32_t queued = TakeQueued(sensor.state, sensor.bulkIn, out, length);
+    if (queued > 0) return queued;
+    return ProduceMeasurementBytes(sensor, timing, out, length, timeoutMs, readyNs);
 }
 
 bool QueueBulkIn(SensorRecord& sensor, const std::uint8_t* data, std::uint32_t length) {

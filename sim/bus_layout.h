@@ -10,12 +10,13 @@
 
 #include "detector_model.h"
 #include "qvsim.h"
+#include "signal_model.h"
 #include "sim_os.h"
 
 namespace qvsim {
 
 inline constexpr std::uint32_t kBusMagic = 0x53425651u;  // "QVBS" in a little-endian dump
-inline constexpr std::uint32_t kBusVersion = 2;
+inline constexpr std::uint32_t kBusVersion = 3;
 inline constexpr std::size_t kPageBytes = 4096;
 
 inline constexpr int kMaxSensors = QVSIM_MAX_SENSORS;
@@ -30,7 +31,7 @@ struct TimingModel {
     std::uint32_t controlMicros;
     std::uint32_t bulkBytesPerSecond;
     std::uint32_t realTimeouts;
-    std::uint32_t reserved;
+    std::uint32_t sampledBlocks;  // 1: measurement blocks take their sampling and transfer time
 };
 
 struct BusHeader {
@@ -47,6 +48,24 @@ struct BusHeader {
     std::uint32_t reserved;
     TimingModel timing;
     alignas(64) unsigned char lock[os::kSharedLockBytes];
+};
+
+// The sensor's measurement run: RAM, lost at every unplug. A reading is what one
+// trigger releases: the whole count of a counted run, one block of a triggered
+// stream; an untriggered stream is one endless reading.
+struct Acquisition {
+    std::uint8_t armed;           // 193 or 194 started it; a stop, a sweep or the last block ends it
+    std::uint8_t count;           // blocks per start (193's byte); 0: continuous stream
+    std::uint8_t startRequest;    // 193 or 194, for capture records
+    std::uint8_t triggered;       // the current reading has had its trigger
+    std::uint32_t partialBytes;   // bytes of the current block already sent
+    std::uint64_t block;          // block of the current reading to send next
+    std::uint64_t readingStartNs; // first sample of the current reading; before its trigger: waiting since
+    std::uint64_t clockNs;        // sensor time with the timing model off: end of the last block sent
+    std::uint64_t blocksSent;     // complete blocks sent since power-up
+    std::uint64_t overruns;       // finished blocks a streaming sensor dropped unread
+    std::uint32_t pendingTriggers;  // trigger edges not used yet
+    std::uint32_t triggerOutEdges;  // changes of the trigger output level
 };
 
 // Fields of a fault rule follow qvsim_fault; kind 0 marks a free rule.
@@ -139,6 +158,10 @@ struct SensorRecord {
     DetectorModel detector;
     std::int32_t temperature;  // temperature count now
     std::uint32_t reserved;
+    // What reaches the sensor's inputs: outlives unplug and replug.
+    SignalModel signal;
+    double triggerPeriodUs;    // periodic trigger on the TTL input; 0: none
+    Acquisition acquisition;   // RAM
 };
 
 inline constexpr std::size_t RoundToPage(std::size_t bytes) {
@@ -152,12 +175,16 @@ inline constexpr std::size_t kBusFileBytes = kHeaderBytes + kMaxSensors * kRecor
 // The offsets docs/sim.md gives; a change here is a new kBusVersion.
 static_assert(kHeaderBytes == kPageBytes, "header fits one page");
 static_assert(offsetof(BusHeader, timing) == 56 && offsetof(BusHeader, lock) == 128, "header layout");
-static_assert(sizeof(TranscriptEntry) == 40 && sizeof(FaultRule) == 24 && sizeof(DeviceState) == 152, "entry layouts");
+static_assert(sizeof(TranscriptEntry) == 40 && sizeof(FaultRule) == 24 && sizeof(DeviceState) == 152 &&
+                  sizeof(Acquisition) == 56,
+              "entry layouts");
 static_assert(offsetof(SensorRecord, identity) == 24 && offsetof(SensorRecord, state) == 216 &&
                   offsetof(SensorRecord, faults) == 368 && offsetof(SensorRecord, handles) == 752 &&
                   offsetof(SensorRecord, transcriptTotal) == 1264 && offsetof(SensorRecord, transcript) == 1272 &&
                   offsetof(SensorRecord, region2) == 165112 && offsetof(SensorRecord, bulkIn) == 361720 &&
-                  offsetof(SensorRecord, detector) == 623864 && offsetof(SensorRecord, temperature) == 624072,
+                  offsetof(SensorRecord, detector) == 623864 && offsetof(SensorRecord, temperature) == 624072 &&
+                  offsetof(SensorRecord, signal) == 624080 && offsetof(SensorRecord, triggerPeriodUs) == 624144 &&
+                  offsetof(SensorRecord, acquisition) == 624152,
               "sensor record layout");
 static_assert(kRecordBytes == 626688, "record stride");
 

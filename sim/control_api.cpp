@@ -78,6 +78,7 @@ int AddSensor(Bus& bus, const qvsim_sensor_config& config) {
     CopyText(sensor.identity.product, config.product);
     CopyText(sensor.identity.firmware, config.firmware);
     WriteFactoryImage(sensor, FactoryData{address, config.due_year, config.due_month, config.due_day});
+    sensor.signal = DefaultSignal();
     sensor.inUse = 1;
     sensor.plugged = 1;
     sensor.addSequence = bus.header().nextAddSequence++;
@@ -115,6 +116,26 @@ void FillState(const SensorRecord& sensor, qvsim_sensor_state* out) {
     out->bulk_in_pending = static_cast<int>(state.bulkInCount);
     out->opens = sensor.opens;
     out->closes = sensor.closes;
+    const Acquisition& run = sensor.acquisition;
+    out->trigger_out_level = TriggerOutLevel(state);
+    out->trigger_out_edges = run.triggerOutEdges;
+    out->measuring = run.armed;
+    out->measure_count = run.count;
+    out->blocks_sent = run.blocksSent;
+    out->overruns = run.overruns;
+    out->pending_triggers = run.pendingTriggers;
+}
+
+bool IsSignalPower(double dbm) { return std::isfinite(dbm) && dbm >= QVSIM_SIGNAL_MIN_DBM && dbm <= QVSIM_SIGNAL_MAX_DBM; }
+
+bool ValidSignal(const qvsim_signal& s) {
+    // Every field is checked whatever the kind: callers get, change and set.
+    const bool pulseOk = std::isfinite(s.period_us) && s.period_us > 0.0 && s.period_us <= 1.0e9 &&
+                         std::isfinite(s.width_us) && s.width_us >= 0.0 && s.width_us <= s.period_us &&
+                         IsSignalPower(s.on_dbm) && IsSignalPower(s.off_dbm);
+    return (s.kind == QVSIM_SIGNAL_CW || s.kind == QVSIM_SIGNAL_PULSE) && pulseOk && IsSignalPower(s.cw_dbm) &&
+           std::isfinite(s.noise_db) && s.noise_db >= 0.0 && s.noise_db <= 20.0 && std::isfinite(s.freq_hz) &&
+           s.freq_hz >= 1.0 && s.freq_hz <= 100.0e9;
 }
 
 void FillTransfer(const TranscriptEntry& entry, qvsim_transfer* out) {
@@ -370,7 +391,7 @@ int qvsim_set_timing(const qvsim_timing* timing) {
     if (timing == nullptr) return QVSIM_E_ARG;
     return WithBus([timing](Bus& bus) {
         bus.header().timing = TimingModel{timing->control_us, timing->bulk_bytes_per_s,
-                                          timing->real_timeouts != 0 ? 1u : 0u, 0};
+                                          timing->real_timeouts != 0 ? 1u : 0u, timing->sampled_blocks != 0 ? 1u : 0u};
         return QVSIM_OK;
     });
 }
@@ -379,7 +400,8 @@ int qvsim_get_timing(qvsim_timing* timing) {
     if (timing == nullptr) return QVSIM_E_ARG;
     return WithBus([timing](Bus& bus) {
         const TimingModel& model = bus.header().timing;
-        *timing = qvsim_timing{model.controlMicros, model.bulkBytesPerSecond, static_cast<int>(model.realTimeouts)};
+        *timing = qvsim_timing{model.controlMicros, model.bulkBytesPerSecond, static_cast<int>(model.realTimeouts),
+                               static_cast<int>(model.sampledBlocks)};
         return QVSIM_OK;
     });
 }
@@ -494,6 +516,35 @@ int qvsim_detector_calibration(int id, int path, double dbm, double freq_hz, dou
         *z = point.z;
         *a = point.a;
         *b = point.b;
+        return QVSIM_OK;
+    });
+}
+
+int qvsim_signal_set(int id, const qvsim_signal* signal) {
+    if (signal == nullptr) return QVSIM_E_ARG;
+    const qvsim_signal s = *signal;
+    if (!ValidSignal(s)) return QVSIM_E_ARG;
+    return WithSensor(id, [&s](Bus&, SensorRecord& sensor) {
+        sensor.signal = SignalModel{s.kind, s.seed, s.cw_dbm, s.period_us, s.width_us, s.on_dbm, s.off_dbm,
+                                    s.noise_db, s.freq_hz};
+        return QVSIM_OK;
+    });
+}
+
+int qvsim_signal_get(int id, qvsim_signal* signal) {
+    if (signal == nullptr) return QVSIM_E_ARG;
+    return WithSensor(id, [signal](Bus&, SensorRecord& sensor) {
+        const SignalModel& m = sensor.signal;
+        *signal = qvsim_signal{m.kind, m.cwDbm, m.periodUs, m.widthUs, m.onDbm, m.offDbm, m.noiseDb, m.seed, m.freqHz};
+        return QVSIM_OK;
+    });
+}
+
+int qvsim_set_cw_power(int id, double dbm) {
+    if (!IsSignalPower(dbm)) return QVSIM_E_ARG;
+    return WithSensor(id, [dbm](Bus&, SensorRecord& sensor) {
+        sensor.signal.kind = kSignalCw;
+        sensor.signal.cwDbm = dbm;
         return QVSIM_OK;
     });
 }

@@ -90,20 +90,22 @@ bool IsVendorType(Direction direction, int32_t requestType) {
 }
 
 // One control transfer as the sensor sees it, faults first.
-int32_t ControlTransfer(SensorRecord& sensor, Direction direction, int32_t requestType, int32_t recipient,
-                        int32_t request, int32_t value, int32_t index, uint8_t* buffer, int32_t length) {
+int32_t ControlTransfer(SensorRecord& sensor, const TimingModel& timing, Direction direction, int32_t requestType,
+                        int32_t recipient, int32_t request, int32_t value, int32_t index, uint8_t* buffer,
+                        int32_t length) {
     if (!IsVendorType(direction, requestType) || recipient != 0 || value != 0 || index != 0 || length < 0 ||
         (length > 0 && buffer == nullptr) || !IsKnownRequest(direction, request))
         return -1;
     if (FiredFault failed = TakeFault(sensor, QVSIM_FAULT_REQUEST_FAILS, request)) return failed.arg < 0 ? failed.arg : -1;
     if (TakeFault(sensor, QVSIM_FAULT_REQUEST_EMPTY, request)) return 0;
-    if (direction == Direction::Out) return SensorRequestOut(sensor, request, buffer, length);
+    const std::uint64_t nowNs = SensorNowNs(sensor, timing);
+    if (direction == Direction::Out) return SensorRequestOut(sensor, request, buffer, length, nowNs);
     if (length <= kMaxControlData && TakeFault(sensor, QVSIM_FAULT_NO_ECHO, request)) {
         std::memset(buffer, 0, static_cast<std::size_t>(length));
         if (length > 0) buffer[0] = static_cast<uint8_t>(~request);
         return length;
     }
-    return SensorRequestIn(sensor, request, buffer, length);
+    return SensorRequestIn(sensor, request, buffer, length, nowNs);
 }
 
 int32_t VendorRequest(Direction direction, QvDrvHandle winusb, int32_t requestType, int32_t recipient,
@@ -117,7 +119,7 @@ int32_t VendorRequest(Direction direction, QvDrvHandle winusb, int32_t requestTy
             return -1;
         }
         const int32_t result =
-            ControlTransfer(sensor, direction, requestType, recipient, request, value, index, buffer, length);
+            ControlTransfer(sensor, call.timing, direction, requestType, recipient, request, value, index, buffer, length);
         const int transferred = std::max(result, 0);
         const int shown = direction == Direction::Out ? length : transferred;
         AppendTranscript(sensor, direction == Direction::Out ? QVSIM_XFER_OUT : QVSIM_XFER_IN, request, length, result,
@@ -146,8 +148,9 @@ int32_t PipeTransfer(Direction direction, QvDrvHandle winusb, int32_t pipe, uint
             limit = std::min(limit, static_cast<uint32_t>(std::max(shortened.arg, 0)));
         }
         uint32_t moved = 0;
+        std::uint64_t readyNs = 0;
         if (direction == Direction::In) {
-            moved = limit > 0 ? ProduceBulkIn(sensor, buffer, limit) : 0;
+            moved = limit > 0 ? ProduceBulkIn(sensor, call.timing, buffer, limit, timeoutMs, &readyNs) : 0;
         } else if (limit > 0) {
             moved = limit;
             ConsumeBulkOut(sensor, buffer, moved);
@@ -155,7 +158,11 @@ int32_t PipeTransfer(Direction direction, QvDrvHandle winusb, int32_t pipe, uint
         *transferred = moved;
         const bool timedOut = moved == 0 && length > 0;
         if (timedOut && call.timing.realTimeouts != 0) call.pauseMicros = std::uint64_t{timeoutMs} * 1000;
-        if (!timedOut && call.timing.bulkBytesPerSecond != 0)
+        // Blocks still being sampled are waited for (their time includes the
+        // transfer); anything else takes its transfer time.
+        if (!timedOut && readyNs > 0)
+            call.pauseMicros = (readyNs + 999) / 1000;
+        else if (!timedOut && call.timing.bulkBytesPerSecond != 0)
             call.pauseMicros = std::uint64_t{moved} * 1000000 / call.timing.bulkBytesPerSecond;
         const int32_t result = timedOut ? 0 : 1;
         AppendTranscript(sensor, kind, pipe, shownLength, result, static_cast<int>(moved), buffer,

@@ -134,6 +134,13 @@ typedef struct qvsim_sensor_state {
     int bulk_in_pending;        /* bytes queued for pipe 0x82 */
     unsigned opens;             /* device handles opened since the sensor was added */
     unsigned closes;            /* device handles closed */
+    int trigger_out_level;      /* TTL output now: 1 while on and not inverted, else 0 */
+    unsigned trigger_out_edges; /* changes of that level */
+    int measuring;              /* 1 while a 193/194 run still has blocks to send */
+    int measure_count;          /* blocks per start of that run; 0: continuous stream */
+    unsigned long long blocks_sent; /* complete 512-byte blocks sent on pipe 0x82 */
+    unsigned long long overruns;    /* finished blocks a streaming sensor dropped unread */
+    unsigned pending_triggers;  /* trigger edges fired and not used yet */
 } qvsim_sensor_state;
 
 /* Fault kinds. "code" selects what the fault applies to (0 = anything of its kind);
@@ -180,6 +187,8 @@ typedef struct qvsim_timing {
     unsigned control_us;        /* latency of every control transfer, microseconds */
     unsigned bulk_bytes_per_s;  /* pipe throughput; 0 = instant */
     int real_timeouts;          /* 1: a pipe transfer that times out waits its time-out */
+    int sampled_blocks;         /* 1: a measurement block is ready 126 x 2 us after its first sample plus
+                                   its transfer time (512 bytes at bulk_bytes_per_s); reads wait for it */
 } qvsim_timing;
 
 /* Transcript entry kinds. */
@@ -389,6 +398,49 @@ QVSIM_API int qvsim_detector_power(int id, int path, double count, double freq_h
  * these values quantised. Returns as qvsim_detector_count. */
 QVSIM_API int qvsim_detector_calibration(int id, int path, double dbm, double freq_hz, double* z, double* a,
                                          double* b);
+
+/* ---------------------------------------------------------------- signal
+ *
+ * Each sensor's RF input carries a signal of its own, kept in the bus file like the
+ * rest of the sensor, so every process sees the same one; it outlives unplug and
+ * replug and starts as CW at 0 dBm, 1 GHz, without noise. After 193 / 194 the sensor
+ * samples it every 2 us through its detector (the model above, at the signal's
+ * frequency and the sensor's temperature) into 512-byte blocks on pipe 0x82: ls and
+ * hs temperature counts, 126 pairs of ls and hs power counts, ls and hs temperature
+ * counts, each 16 bits little-endian, counts rounded and held within 0..65535.
+ * The sensor does not know the frequency the host set, so the frequency is part of
+ * the signal. */
+
+#define QVSIM_SIGNAL_CW 0
+#define QVSIM_SIGNAL_PULSE 1
+
+typedef struct qvsim_signal {
+    int kind;          /* QVSIM_SIGNAL_CW or QVSIM_SIGNAL_PULSE */
+    double cw_dbm;     /* CW power */
+    double period_us;  /* pulse train: period, > 0 */
+    double width_us;   /* pulse train: time on from the start of each period, 0..period */
+    double on_dbm;     /* pulse train: power while on */
+    double off_dbm;    /* pulse train: power while off */
+    double noise_db;   /* standard deviation of Gaussian noise on each sample's power (dB), 0..20; 0: none */
+    unsigned seed;     /* noise sequence: the same seed gives the same noise */
+    double freq_hz;    /* carrier frequency, 1 Hz .. 100 GHz */
+} qvsim_signal;
+
+/* Powers in dBm are accepted from -150 to +50. */
+#define QVSIM_SIGNAL_MIN_DBM (-150.0)
+#define QVSIM_SIGNAL_MAX_DBM 50.0
+
+/* Replaces the sensor's signal (get it, change what you need, set it: every field is
+ * checked whatever the kind). Returns QVSIM_OK, QVSIM_E_ARG (NULL, unknown kind, a
+ * value out of range or not finite; nothing changes), QVSIM_E_NO_SENSOR, QVSIM_E_NO_BUS. */
+QVSIM_API int qvsim_signal_set(int id, const qvsim_signal* signal);
+
+/* The sensor's signal. Returns QVSIM_OK, QVSIM_E_ARG (NULL), QVSIM_E_NO_SENSOR, QVSIM_E_NO_BUS. */
+QVSIM_API int qvsim_signal_get(int id, qvsim_signal* signal);
+
+/* Makes the signal CW at dbm, keeping its frequency and noise. Returns QVSIM_OK,
+ * QVSIM_E_ARG (out of range or not finite), QVSIM_E_NO_SENSOR, QVSIM_E_NO_BUS. */
+QVSIM_API int qvsim_set_cw_power(int id, double dbm);
 
 /* Short English text for a QVSIM_E_ code. Never NULL. */
 QVSIM_API const char* qvsim_strerror(int code);

@@ -18,10 +18,14 @@ inline constexpr int kMaxControlData = 64;
 // Whether the sensor knows this request in this direction.
 bool IsKnownRequest(Direction direction, int request);
 
-// Carries out a known request. Returns bytes accepted (Out) or returned (In), or -1
-// when the sensor refuses it (payload too short or too long, bad selector).
-int SensorRequestOut(SensorRecord& sensor, int request, const std::uint8_t* data, int length);
-int SensorRequestIn(SensorRecord& sensor, int request, std::uint8_t* reply, int length);
+// Carries out a known request at sensor time nowNs (SensorNowNs). Returns bytes
+// accepted (Out) or returned (In), or -1 when the sensor refuses it (payload too
+// short or too long, bad selector).
+int SensorRequestOut(SensorRecord& sensor, int request, const std::uint8_t* data, int length, std::uint64_t nowNs);
+int SensorRequestIn(SensorRecord& sensor, int request, std::uint8_t* reply, int length, std::uint64_t nowNs);
+
+// Level of the TTL trigger output: high while it is on and not inverted.
+int TriggerOutLevel(const DeviceState& state);
 
 // RAM state of a sensor that was just powered up / pulled out.
 void PowerOn(SensorRecord& sensor);
@@ -43,10 +47,24 @@ struct FactoryData {
 };
 void WriteFactoryImage(SensorRecord& sensor, const FactoryData& factory);
 
+// Measurement runs (acquisition.cpp). The sensor's time: with the timing model's
+// sampled blocks the steady clock, otherwise a clock of its own that moves on by
+// each block it sends (and by the time-outs it lets pass).
+std::uint64_t SensorNowNs(const SensorRecord& sensor, const TimingModel& timing);
+// 193 (count = its byte) and 194 (count = the last 193's) start a run afresh.
+void StartAcquisition(SensorRecord& sensor, int request, int count, std::uint64_t nowNs);
+void StopAcquisition(SensorRecord& sensor);
+// Up to length bytes of measurement blocks for a pipe read with this time-out;
+// *readyNs receives how long after now the last byte is ready (timing model).
+std::uint32_t ProduceMeasurementBytes(SensorRecord& sensor, const TimingModel& timing, std::uint8_t* out,
+                                      std::uint32_t length, std::uint32_t timeoutMs, std::uint64_t* readyNs);
+
 // Bulk pipes (bulk.cpp). ProduceBulkIn fills at most length bytes for a read of pipe
 // 0x82 and returns how many; 0 means the sensor has nothing to send and the read times
-// out. ConsumeBulkOut takes a write to pipe 0x01.
-std::uint32_t ProduceBulkIn(SensorRecord& sensor, std::uint8_t* out, std::uint32_t length);
+// out. Bytes queued by tests come first, then measurement blocks. ConsumeBulkOut
+// takes a write to pipe 0x01.
+std::uint32_t ProduceBulkIn(SensorRecord& sensor, const TimingModel& timing, std::uint8_t* out, std::uint32_t length,
+                            std::uint32_t timeoutMs, std::uint64_t* readyNs);
 void ConsumeBulkOut(SensorRecord& sensor, const std::uint8_t* data, std::uint32_t length);
 bool QueueBulkIn(SensorRecord& sensor, const std::uint8_t* data, std::uint32_t length);
 

@@ -108,6 +108,10 @@ void PutLocation(std::uint8_t* reply, int request, int location) {
 
 }  // namespace
 
+int TriggerOutLevel(const DeviceState& state) {
+    return state.triggerOutEnabled != 0 && state.triggerOutInverted == 0 ? 1 : 0;
+}
+
 bool IsKnownRequest(Direction direction, int request) {
     auto listed = [request](const auto& requests) {
         return std::find(std::begin(requests), std::end(requests), request) != std::end(requests);
@@ -121,7 +125,7 @@ std::uint8_t* RegionMemory(SensorRecord& sensor, int region) {
     return nullptr;
 }
 
-int SensorRequestOut(SensorRecord& sensor, int request, const std::uint8_t* data, int length) {
+int SensorRequestOut(SensorRecord& sensor, int request, const std::uint8_t* data, int length, std::uint64_t nowNs) {
     DeviceState& state = sensor.state;
     if (length > kMaxControlData) return -1;
     TrackStopSequence(state, request);
@@ -129,12 +133,15 @@ int SensorRequestOut(SensorRecord& sensor, int request, const std::uint8_t* data
         case kSweepStart:
             if (length < 4) return -1;
             std::memcpy(state.sweepCommand, data, 4);
+            StopAcquisition(sensor);
             state.runningMode = QVSIM_RUN_SWEEP;
             ++state.sweepStarts;
             break;
         case kMeasureStart:
             if (length < 1) return -1;
             state.measureReadings = data[0];
+            StartAcquisition(sensor, request, data[0], nowNs);
+            state.runningMode = QVSIM_RUN_MEASURING;
             break;
         case kThreshold:
             if (length < 3 || data[0] > 3) return -1;
@@ -171,10 +178,12 @@ int SensorRequestOut(SensorRecord& sensor, int request, const std::uint8_t* data
     return length;
 }
 
-int SensorRequestIn(SensorRecord& sensor, int request, std::uint8_t* reply, int length) {
+int SensorRequestIn(SensorRecord& sensor, int request, std::uint8_t* reply, int length, std::uint64_t nowNs) {
     DeviceState& state = sensor.state;
     if (length > kMaxControlData) return -1;
     TrackStopSequence(state, request);
+    if (state.runningMode != QVSIM_RUN_MEASURING) StopAcquisition(sensor);
+    const int triggerOutLevel = TriggerOutLevel(state);
     // Replies are composed at full size and cut to the length asked for.
     std::uint8_t answer[kMaxControlData] = {};
     answer[0] = static_cast<std::uint8_t>(request);
@@ -215,6 +224,9 @@ int SensorRequestIn(SensorRecord& sensor, int request, std::uint8_t* reply, int 
             state.recorderOut = request == kRecorderOn;
             break;
         case kMeasureGo:
+            // Re-arms: the run starts afresh with the last 193's count (one block
+            // when there was none since power-up).
+            StartAcquisition(sensor, request, state.measureReadings >= 0 ? state.measureReadings : 1, nowNs);
             state.runningMode = QVSIM_RUN_MEASURING;
             ++state.measureStarts;
             break;
@@ -247,6 +259,7 @@ int SensorRequestIn(SensorRecord& sensor, int request, std::uint8_t* reply, int 
         default:
             return -1;
     }
+    if (TriggerOutLevel(state) != triggerOutLevel) ++sensor.acquisition.triggerOutEdges;
     if (length > 0) std::memcpy(reply, answer, static_cast<std::size_t>(length));
     return length;
 }
@@ -259,6 +272,7 @@ void StoreFirmwareText(SensorRecord& sensor) {
 
 void PowerOff(SensorRecord& sensor) {
     sensor.state = DeviceState{};
+    sensor.acquisition = Acquisition{};
     std::memset(sensor.working, 0, sizeof sensor.working);
 }
 

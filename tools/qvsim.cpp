@@ -25,11 +25,14 @@ constexpr const char* kUsage =
     "  list | state ID | transcript ID [--clear]\n"
     "  unplug ID | replug ID | remove ID | address ID [N]\n"
     "  temperature ID [COUNT]        the sensor's temperature count (and its calibration's)\n"
+    "  signal ID [cw DBM | pulse --period US --width US --on DBM --off DBM]\n"
+    "      [--noise DB] [--seed N] [--freq HZ]   the signal at the sensor's input\n"
     "  fault ID KIND [CODE] [--count N|always] [--skip N] [--arg N]\n"
     "      KIND: fail empty no-echo bad-252 bad-253 pipe-timeout pipe-short\n"
     "            open-fails string-fails throws unplug\n"
     "  clear-faults ID\n"
-    "  timing [--control-us N] [--bulk-bps N] [--real-timeouts 0|1]\n"
+    "  timing [--control-us N] [--bulk-bps N] [--real-timeouts 0|1] [--sampled-blocks 0|1]\n"
+    "ID is a sensor id or a serial number (serial numbers are looked up first).\n"
     "The bus file is --bus FILE, else $QV_SIM_BUS.\n";
 
 struct UsageError {
@@ -45,6 +48,15 @@ long ParseNumber(const std::string& text, long low, long high, const char* what)
     char* end = nullptr;
     const long value = std::strtol(text.c_str(), &end, 0);
     if (text.empty() || *end != '\0' || errno != 0 || value < low || value > high)
+        throw UsageError{std::string("bad ") + what + ": " + text};
+    return value;
+}
+
+double ParseReal(const std::string& text, double low, double high, const char* what) {
+    errno = 0;
+    char* end = nullptr;
+    const double value = std::strtod(text.c_str(), &end);
+    if (text.empty() || *end != '\0' || errno != 0 || !(value >= low && value <= high))
         throw UsageError{std::string("bad ") + what + ": " + text};
     return value;
 }
@@ -184,7 +196,16 @@ std::vector<SensorLine> ReadBusDescription(const std::string& path) {
     return sensors;
 }
 
-int SensorId(const std::string& text) { return static_cast<int>(ParseNumber(text, 0, QVSIM_MAX_SENSORS - 1, "sensor id")); }
+// A sensor named by its serial number, else by its id.
+int SensorId(const std::string& text) {
+    int ids[QVSIM_MAX_SENSORS];
+    const int count = qvsim_sensor_list(ids, QVSIM_MAX_SENSORS);
+    for (int i = 0; i < count && i < QVSIM_MAX_SENSORS; ++i) {
+        qvsim_sensor_info info{};
+        if (qvsim_sensor_info_get(ids[i], &info) == QVSIM_OK && text == info.serial) return ids[i];
+    }
+    return static_cast<int>(ParseNumber(text, 0, QVSIM_MAX_SENSORS - 1, "sensor id"));
+}
 
 struct FaultName {
     const char* name;
@@ -266,6 +287,10 @@ int CommandState(int id) {
     std::printf("memory pointer %d:%d (write open %d, ignored writes %u)\nworking location %d\n", s.memory_region,
                 s.memory_position, s.write_open, s.ignored_writes, s.working_location);
     std::printf("bulk in pending %d\nhandles opened %u closed %u\n", s.bulk_in_pending, s.opens, s.closes);
+    std::printf("measuring %d (count %d, blocks sent %llu, overruns %llu)\ntrigger out level %d (edges %u)\n"
+                "pending triggers %u\n",
+                s.measuring, s.measure_count, s.blocks_sent, s.overruns, s.trigger_out_level, s.trigger_out_edges,
+                s.pending_triggers);
     return kExitOk;
 }
 
@@ -305,10 +330,60 @@ int CommandTiming(Arguments args) {
         timing.real_timeouts = static_cast<int>(ParseNumber(*real, 0, 1, "real-timeouts"));
         changed = true;
     }
+    if (auto sampled = args.option("--sampled-blocks")) {
+        timing.sampled_blocks = static_cast<int>(ParseNumber(*sampled, 0, 1, "sampled-blocks"));
+        changed = true;
+    }
     args.Finish(0, 0);
     if (changed) Check(qvsim_set_timing(&timing));
-    std::printf("control-us %u bulk-bps %u real-timeouts %d\n", timing.control_us, timing.bulk_bytes_per_s,
-                timing.real_timeouts);
+    std::printf("control-us %u bulk-bps %u real-timeouts %d sampled-blocks %d\n", timing.control_us,
+                timing.bulk_bytes_per_s, timing.real_timeouts, timing.sampled_blocks);
+    return kExitOk;
+}
+
+double PowerOption(Arguments& args, const char* name, double current) {
+    auto text = args.option(name);
+    return text ? ParseReal(*text, QVSIM_SIGNAL_MIN_DBM, QVSIM_SIGNAL_MAX_DBM, name) : current;
+}
+
+int CommandSignal(Arguments args) {
+    if (args.count() < 1) throw UsageError{"signal needs ID"};
+    const int id = SensorId(args.at(0));
+    qvsim_signal signal{};
+    Check(qvsim_signal_get(id, &signal));
+    bool changed = false;
+    std::size_t words = 1;
+    if (args.count() >= 2 && args.at(1) == "cw") {
+        words = 3;
+        signal.kind = QVSIM_SIGNAL_CW;
+        if (args.count() >= 3) signal.cw_dbm = ParseReal(args.at(2), QVSIM_SIGNAL_MIN_DBM, QVSIM_SIGNAL_MAX_DBM, "power");
+        changed = true;
+    } else if (args.count() >= 2 && args.at(1) == "pulse") {
+        words = 2;
+        signal.kind = QVSIM_SIGNAL_PULSE;
+        changed = true;
+    } else if (args.count() >= 2) {
+        throw UsageError{"unknown signal kind " + args.at(1)};
+    }
+    if (auto period = args.option("--period")) signal.period_us = ParseReal(*period, 1e-3, 1e9, "period"), changed = true;
+    if (auto width = args.option("--width")) signal.width_us = ParseReal(*width, 0.0, 1e9, "width"), changed = true;
+    const double on = PowerOption(args, "--on", signal.on_dbm), off = PowerOption(args, "--off", signal.off_dbm);
+    changed = changed || on != signal.on_dbm || off != signal.off_dbm;
+    signal.on_dbm = on;
+    signal.off_dbm = off;
+    if (auto noise = args.option("--noise")) signal.noise_db = ParseReal(*noise, 0.0, 20.0, "noise"), changed = true;
+    if (auto seed = args.option("--seed"))
+        signal.seed = static_cast<unsigned>(ParseNumber(*seed, 0, 4294967295L, "seed")), changed = true;
+    if (auto freq = args.option("--freq")) signal.freq_hz = ParseReal(*freq, 1.0, 100e9, "frequency"), changed = true;
+    args.Finish(words, words);
+    if (signal.width_us > signal.period_us) throw UsageError{"pulse width longer than its period"};
+    if (changed) Check(qvsim_signal_set(id, &signal));
+    if (signal.kind == QVSIM_SIGNAL_PULSE)
+        std::printf("pulse period %g us width %g us on %g dBm off %g dBm", signal.period_us, signal.width_us,
+                    signal.on_dbm, signal.off_dbm);
+    else
+        std::printf("cw %g dBm", signal.cw_dbm);
+    std::printf(" freq %g Hz noise %g dB seed %u\n", signal.freq_hz, signal.noise_db, signal.seed);
     return kExitOk;
 }
 
@@ -332,6 +407,7 @@ int Run(const std::string& command, std::vector<std::string> words, const char* 
     }
     if (command == "fault") return CommandFault(Arguments(std::move(words), {}));
     if (command == "timing") return CommandTiming(Arguments(std::move(words), {}));
+    if (command == "signal") return CommandSignal(Arguments(std::move(words), {}));
     Arguments args(std::move(words), {"--clear"});
     if (command == "list") {
         args.Finish(0, 0);

@@ -1202,12 +1202,12 @@ TEST_F(SimBus, RecorderWordsArriveOnTheOutPipe) {
 // ---------------------------------------------------------------- bus file and settings
 
 TEST_F(SimBus, TimingModelIsZeroUntilSet) {
-    qvsim_timing timing{1, 1, 1};
+    qvsim_timing timing{1, 1, 1, 0};
     ASSERT_EQ(qvsim_get_timing(&timing), QVSIM_OK);
     EXPECT_EQ(timing.control_us, 0u);
     EXPECT_EQ(timing.bulk_bytes_per_s, 0u);
     EXPECT_EQ(timing.real_timeouts, 0);
-    const qvsim_timing wanted{250, 1000000, 1};
+    const qvsim_timing wanted{250, 1000000, 1, 0};
     ASSERT_EQ(qvsim_set_timing(&wanted), QVSIM_OK);
     ASSERT_EQ(qvsim_get_timing(&timing), QVSIM_OK);
     EXPECT_EQ(timing.control_us, 250u);

@@ -1,0 +1,354 @@
+// What the library relies on when it measures: 193/194 start the simulated sensor,
+// pipe 0x82 brings 512-byte blocks of the signal put on its input, through the
+// detector its calibration describes.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "qvsim.h"
+#include "qvsim_driver.h"
+#include "support/process.h"
+
+namespace {
+
+constexpr QvGuid kSensorClass = {0x8BC86AFDu, 0xF393u, 0x458Du, {0x9A, 0x8D, 0xAD, 0x9E, 0xEE, 0x17, 0x88, 0x22}};
+
+using Bytes = std::vector<uint8_t>;
+
+int Word(const Bytes& b, size_t at) { return b[at] | b[at + 1] << 8; }
+
+// One block split the way the library splits it.
+struct Block {
+    int lsTemperature[2], hsTemperature[2];
+    std::vector<int> ls, hs;
+};
+
+Block Split(const Bytes& bytes, size_t at = 0) {
+    Block block{{Word(bytes, at), Word(bytes, at + 508)}, {Word(bytes, at + 2), Word(bytes, at + 510)}, {}, {}};
+    for (size_t k = 0; k < 126; ++k) {
+        block.ls.push_back(Word(bytes, at + 4 + 4 * k));
+        block.hs.push_back(Word(bytes, at + 6 + 4 * k));
+    }
+    return block;
+}
+
+class SimSignals : public ::testing::Test {
+protected:
+    void SetUp() override {
+        directory_ = qv::test::MakeTemporaryDirectory("qvsim_signals_");
+        ASSERT_FALSE(directory_.empty());
+        busPath_ = directory_ + "/bus";
+        qv::test::SetEnv(QVSIM_BUS_ENV, busPath_);
+        ASSERT_EQ(qvsim_bus_create(nullptr), QVSIM_OK);
+        qvsim_sensor_config config;
+        qvsim_sensor_config_init(&config);
+        config.serial = "123456";
+        config.product = "QV332A";
+        id_ = qvsim_sensor_add(&config);
+        ASSERT_GE(id_, 0);
+        device_ = QV_USBDRVD_OpenDevHandle(0, 0, &kSensorClass);
+        winusb_ = QV_USBDRVD_OpenWinUSBHandle(device_);
+        ASSERT_GT(device_, 0);
+    }
+
+    void TearDown() override {
+        qvsim_bus_close();
+        std::filesystem::remove_all(directory_);
+    }
+
+    int Start(int count) {
+        uint8_t byte = static_cast<uint8_t>(count);
+        return QV_USBDRVD_VendorOrClassRequestOut(winusb_, 0x40, 0, 193, 0, 0, &byte, 1);
+    }
+
+    int Rearm() {
+        uint8_t reply[2] = {};
+        return QV_USBDRVD_VendorOrClassRequestIn(winusb_, 0xC0, 0, 194, 0, 0, reply, 2);
+    }
+
+    void Command(int request) {
+        uint8_t reply[2] = {};
+        ASSERT_GE(QV_USBDRVD_VendorOrClassRequestIn(winusb_, 2, 0, request, 0, 0, reply, 2), 1);
+    }
+
+    // A pipe read of `length` bytes; the bytes that came.
+    Bytes Read(uint32_t length, uint32_t timeoutMs = 100) {
+        Bytes bytes(length);
+        uint32_t moved = 0;
+        QV_USBDRVD_PipeReadTimeout(winusb_, 0x82, bytes.data(), length, &moved, timeoutMs);
+        bytes.resize(moved);
+        return bytes;
+    }
+
+    // Blocks that arrive one 512-byte read at a time, up to `most`.
+    int BlocksAvailable(int most) {
+        int blocks = 0;
+        while (blocks < most && Read(512).size() == 512) ++blocks;
+        return blocks;
+    }
+
+    qvsim_sensor_state State() {
+        qvsim_sensor_state state{};
+        EXPECT_EQ(qvsim_sensor_state_get(id_, &state), QVSIM_OK);
+        return state;
+    }
+
+    // The count the detector gives for dbm at the signal's frequency, as the ADC holds it.
+    int ExpectedCount(int path, double dbm) {
+        qvsim_signal signal{};
+        EXPECT_EQ(qvsim_signal_get(id_, &signal), QVSIM_OK);
+        double count = 0.0;
+        EXPECT_EQ(qvsim_detector_count(id_, path, dbm, signal.freq_hz, qvsim_get_temperature(id_), &count), QVSIM_OK);
+        return static_cast<int>(std::lround(std::fmin(std::fmax(count, 0.0), 65535.0)));
+    }
+
+    int RunChild(const std::vector<std::string>& args) {
+        std::vector<std::string> all{qv::test::CurrentProgram(), "--signals-child"};
+        all.insert(all.end(), args.begin(), args.end());
+        return qv::test::RunProcess(all);
+    }
+
+    std::string directory_, busPath_;
+    int id_ = -1;
+    QvDrvHandle device_ = 0, winusb_ = 0;
+};
+
+// ---------------------------------------------------------------- start modes
+
+struct StartCase {
+    const char* name;
+    int count;        // 193's byte; -1: no 193
+    bool rearm;       // 194 after it
+    int blocks;       // blocks that then arrive (of at most 12 asked)
+};
+
+class StartMode : public SimSignals, public ::testing::WithParamInterface<StartCase> {};
+
+TEST_P(StartMode, DeliversItsBlocksThenNothing) {
+    const StartCase& c = GetParam();
+    if (c.count >= 0) {
+        ASSERT_EQ(Start(c.count), 1);
+    }
+    if (c.rearm) {
+        ASSERT_EQ(Rearm(), 2);
+    }
+    EXPECT_EQ(BlocksAvailable(12), c.blocks);
+    EXPECT_EQ(State().measuring, c.blocks < 12 ? 0 : 1);
+    EXPECT_EQ(State().blocks_sent, static_cast<unsigned long long>(c.blocks));
+}
+
+constexpr StartCase kStartCases[] = {
+    {"NothingBeforeAStart", -1, false, 0},
+    {"CountedStartAlone", 3, false, 3},
+    {"CountedStartAndRearm", 5, true, 5},
+    {"RearmWithoutStartGivesOneBlock", -1, true, 1},
+    {"StreamKeepsComing", 0, true, 12},
+    {"StreamWithoutRearm", 0, false, 12},
+};
+
+INSTANTIATE_TEST_SUITE_P(Starts, StartMode, ::testing::ValuesIn(kStartCases),
+                         [](const ::testing::TestParamInfo<StartCase>& info) { return std::string(info.param.name); });
+
+TEST_F(SimSignals, BlocksHoldTemperaturesAroundTheDetectorCountsOfTheSignal) {
+    ASSERT_EQ(qvsim_set_temperature(id_, qvsim_get_temperature(id_) + 40), QVSIM_OK);
+    qvsim_signal signal{};
+    ASSERT_EQ(qvsim_signal_get(id_, &signal), QVSIM_OK);
+    EXPECT_EQ(signal.freq_hz, 1e9);
+    signal.freq_hz = 3.5e9;
+    ASSERT_EQ(qvsim_signal_set(id_, &signal), QVSIM_OK);
+    ASSERT_EQ(qvsim_set_cw_power(id_, -37.5), QVSIM_OK);
+
+    ASSERT_EQ(Start(2), 1);
+    ASSERT_EQ(Rearm(), 2);
+    const Bytes bytes = Read(2 * 512 + 100);  // asks more than the run holds
+    ASSERT_EQ(bytes.size(), 1024u);
+    for (size_t at : {size_t{0}, size_t{512}}) {
+        const Block block = Split(bytes, at);
+        const int temperature = qvsim_get_temperature(id_);
+        EXPECT_EQ(block.lsTemperature[0], temperature);
+        EXPECT_EQ(block.hsTemperature[1], temperature);
+        for (size_t k = 0; k < 126; ++k) {
+            ASSERT_EQ(block.hs[k], ExpectedCount(QVSIM_PATH_HS, -37.5)) << k;
+            ASSERT_EQ(block.ls[k], ExpectedCount(QVSIM_PATH_LS, -37.5)) << k;
+        }
+    }
+}
+
+TEST_F(SimSignals, ReadsNeedNotFollowBlockBoundaries) {
+    ASSERT_EQ(Start(3), 1);
+    const Bytes whole = Read(3 * 512);
+    ASSERT_EQ(Start(3), 1);
+    Bytes pieces;
+    for (uint32_t piece : {100u, 700u, 300u, 436u}) {
+        const Bytes part = Read(piece);
+        pieces.insert(pieces.end(), part.begin(), part.end());
+    }
+    EXPECT_EQ(Split(pieces, 1024).hs, Split(whole, 1024).hs);
+    EXPECT_EQ(pieces.size(), whole.size());
+}
+
+TEST_F(SimSignals, RearmRestartsAndTheStopSequenceEnds) {
+    ASSERT_EQ(Start(4), 1);
+    ASSERT_EQ(Read(512).size(), 512u);
+    ASSERT_EQ(Rearm(), 2);
+    EXPECT_EQ(BlocksAvailable(12), 4);  // all four again
+    ASSERT_EQ(Start(0), 1);
+    EXPECT_EQ(BlocksAvailable(3), 3);
+    for (int request : {179, 195, 187}) Command(request);
+    EXPECT_EQ(Read(512).size(), 0u);
+    EXPECT_EQ(State().measuring, 0);
+}
+
+TEST_F(SimSignals, SignalChangesReachTheNextBlock) {
+    ASSERT_EQ(Start(0), 1);
+    ASSERT_EQ(qvsim_set_cw_power(id_, 5.0), QVSIM_OK);
+    EXPECT_EQ(Split(Read(512)).ls[0], ExpectedCount(QVSIM_PATH_LS, 5.0));
+    ASSERT_EQ(qvsim_set_cw_power(id_, -5.0), QVSIM_OK);
+    EXPECT_EQ(Split(Read(512)).ls[0], ExpectedCount(QVSIM_PATH_LS, -5.0));
+}
+
+TEST_F(SimSignals, SignalIsValidatedAndKeptWhole) {
+    qvsim_signal good{};
+    ASSERT_EQ(qvsim_signal_get(id_, &good), QVSIM_OK);
+    const auto refused = [&](void (*spoil)(qvsim_signal&)) {
+        qvsim_signal bad = good;
+        spoil(bad);
+        return qvsim_signal_set(id_, &bad) == QVSIM_E_ARG;
+    };
+    EXPECT_TRUE(refused([](qvsim_signal& s) { s.kind = 2; }));
+    EXPECT_TRUE(refused([](qvsim_signal& s) { s.cw_dbm = 50.5; }));
+    EXPECT_TRUE(refused([](qvsim_signal& s) { s.cw_dbm = NAN; }));
+    EXPECT_TRUE(refused([](qvsim_signal& s) { s.width_us = s.period_us + 1.0; }));
+    EXPECT_TRUE(refused([](qvsim_signal& s) { s.period_us = 0.0; }));
+    EXPECT_TRUE(refused([](qvsim_signal& s) { s.noise_db = -0.1; }));
+    EXPECT_TRUE(refused([](qvsim_signal& s) { s.freq_hz = 0.5; }));
+    EXPECT_EQ(qvsim_signal_set(id_, nullptr), QVSIM_E_ARG);
+    EXPECT_EQ(qvsim_set_cw_power(id_, -150.5), QVSIM_E_ARG);
+    EXPECT_EQ(qvsim_set_cw_power(31, 0.0), QVSIM_E_NO_SENSOR);
+    qvsim_signal after{};
+    ASSERT_EQ(qvsim_signal_get(id_, &after), QVSIM_OK);
+    EXPECT_EQ(std::memcmp(&after, &good, sizeof after), 0);
+}
+
+// ---------------------------------------------------------------- pulse, noise, temperature
+
+TEST_F(SimSignals, PulseTrainFollowsTheSampleClockAcrossBlocks) {
+    qvsim_signal pulse{};
+    ASSERT_EQ(qvsim_signal_get(id_, &pulse), QVSIM_OK);
+    pulse.kind = QVSIM_SIGNAL_PULSE;
+    pulse.period_us = 100.0;
+    pulse.width_us = 30.0;
+    pulse.on_dbm = 0.0;
+    pulse.off_dbm = -30.0;
+    ASSERT_EQ(qvsim_signal_set(id_, &pulse), QVSIM_OK);
+    ASSERT_EQ(Start(40), 1);
+    const int on = ExpectedCount(QVSIM_PATH_LS, 0.0), off = ExpectedCount(QVSIM_PATH_LS, -30.0);
+    // Samples every 2 us from the sensor's time 0: on while (2k mod 100) < 30.
+    const Block first = Split(Read(512));
+    for (int k = 0; k < 126; ++k) ASSERT_EQ(first.ls[k], (2 * k) % 100 < 30 ? on : off) << k;
+    // The next block starts 252 us later, in the middle of a period.
+    const Block second = Split(Read(512));
+    for (int k = 0; k < 126; ++k) ASSERT_EQ(second.ls[k], (252 + 2 * k) % 100 < 30 ? on : off) << k;
+    int onSamples = 0;
+    for (int b = 2; b < 40; ++b)
+        for (int count : Split(Read(512)).ls) onSamples += count == on;
+    EXPECT_NEAR(onSamples / (38.0 * 126.0), 0.3, 0.01);
+}
+
+TEST_F(SimSignals, NoiseIsGaussianInDbAndFixedByItsSeed) {
+    qvsim_signal noisy{};
+    ASSERT_EQ(qvsim_signal_get(id_, &noisy), QVSIM_OK);
+    noisy.cw_dbm = -10.0;
+    noisy.noise_db = 0.5;
+    noisy.seed = 42;
+    ASSERT_EQ(qvsim_signal_set(id_, &noisy), QVSIM_OK);
+    const auto take = [this](int blocks) {
+        // Power-up restarts the sensor's clock, so the same samples come again.
+        EXPECT_EQ(qvsim_sensor_unplug(id_), QVSIM_OK);
+        EXPECT_EQ(qvsim_sensor_replug(id_), QVSIM_OK);
+        device_ = QV_USBDRVD_OpenDevHandle(0, 0, &kSensorClass);
+        winusb_ = QV_USBDRVD_OpenWinUSBHandle(device_);
+        EXPECT_EQ(Start(blocks), 1);
+        return Read(blocks * 512);
+    };
+    const Bytes first = take(20);
+    EXPECT_EQ(take(20), first);
+    noisy.seed = 43;
+    ASSERT_EQ(qvsim_signal_set(id_, &noisy), QVSIM_OK);
+    EXPECT_NE(take(20), first);
+
+    double sum = 0.0, squares = 0.0;
+    const int n = 20 * 126;
+    for (int b = 0; b < 20; ++b) {
+        for (int count : Split(first, 512 * b).ls) {
+            double dbm = 0.0;
+            ASSERT_EQ(qvsim_detector_power(id_, QVSIM_PATH_LS, count, 1e9, qvsim_get_temperature(id_), &dbm), QVSIM_OK);
+            sum += dbm;
+            squares += dbm * dbm;
+        }
+    }
+    EXPECT_NEAR(sum / n, -10.0, 0.05);
+    EXPECT_NEAR(std::sqrt(squares / n - (sum / n) * (sum / n)), 0.5, 0.05);
+}
+
+// ---------------------------------------------------------------- several processes
+
+TEST_F(SimSignals, SignalSetInOneProcessIsSampledInAnother) {
+    ASSERT_EQ(RunChild({"set-cw", "-12.25"}), 0);
+    qvsim_signal signal{};
+    ASSERT_EQ(qvsim_signal_get(id_, &signal), QVSIM_OK);
+    EXPECT_EQ(signal.cw_dbm, -12.25);
+    ASSERT_EQ(Start(1), 1);
+    EXPECT_EQ(Split(Read(512)).ls[7], ExpectedCount(QVSIM_PATH_LS, -12.25));
+}
+
+// ---------------------------------------------------------------- qvsim tool
+
+#ifdef QVSIM_TOOL_PATH
+TEST_F(SimSignals, ToolSetsSignalNoiseAndTemperatureBySerial) {
+    const auto tool = [this](std::vector<std::string> args) {
+        args.insert(args.begin(), {QVSIM_TOOL_PATH, "--bus", busPath_});
+        qv::test::ChildOptions quiet;
+        quiet.outputFile = directory_ + "/tool.out";
+        return qv::test::RunProcess(args, quiet);
+    };
+    qvsim_signal s{};
+    EXPECT_EQ(tool({"signal", "123456", "cw", "-20.5"}), 0);
+    EXPECT_EQ(tool({"signal", "123456", "--noise", "0.2", "--seed", "9", "--freq", "2.5e9"}), 0);
+    ASSERT_EQ(qvsim_signal_get(id_, &s), QVSIM_OK);
+    EXPECT_EQ(s.kind, QVSIM_SIGNAL_CW);
+    EXPECT_EQ(s.cw_dbm, -20.5);
+    EXPECT_EQ(s.noise_db, 0.2);
+    EXPECT_EQ(s.seed, 9u);
+    EXPECT_EQ(s.freq_hz, 2.5e9);
+    EXPECT_EQ(tool({"signal", "123456", "pulse", "--period", "50", "--width", "5", "--on", "3", "--off", "-40"}), 0);
+    ASSERT_EQ(qvsim_signal_get(id_, &s), QVSIM_OK);
+    EXPECT_EQ(s.kind, QVSIM_SIGNAL_PULSE);
+    EXPECT_EQ(s.period_us, 50.0);
+    EXPECT_EQ(s.width_us, 5.0);
+    EXPECT_EQ(s.on_dbm, 3.0);
+    EXPECT_EQ(s.off_dbm, -40.0);
+    EXPECT_EQ(s.noise_db, 0.2);  // kept
+    EXPECT_EQ(tool({"signal", "123456", "pulse", "--width", "60"}), 2);  // wider than its period
+    EXPECT_EQ(tool({"signal", "123456", "cw", "51"}), 2);
+    EXPECT_EQ(tool({"signal", "654321", "cw", "0"}), 2);  // neither a serial nor an id
+    EXPECT_EQ(tool({"temperature", "123456", "7400"}), 0);
+    EXPECT_EQ(qvsim_get_temperature(id_), 7400);
+    ASSERT_EQ(Start(1), 1);
+    EXPECT_EQ(Split(Read(512)).hsTemperature[0], 7400);
+}
+#endif
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc > 3 && std::strcmp(argv[1], "--signals-child") == 0 && std::strcmp(argv[2], "set-cw") == 0)
+        return qvsim_set_cw_power(0, std::atof(argv[3])) == QVSIM_OK ? 0 : 1;
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
