@@ -11,7 +11,6 @@
 
 #include <nlohmann/json.hpp>
 
-#include "measure/raw_blocks.h"
 #include "qv_api2.h"
 #include "qvpower_sensors.h"
 #include "support/process.h"
@@ -140,20 +139,31 @@ INSTANTIATE_TEST_SUITE_P(
         Failure{{"measure", "cw"}, 2, "SENSOR"},
         Failure{{"list", "--json", "--csv"}, 2, "excludes"}));
 
-TEST_F(QvPower, ReportsASensorThatCannotBeOpened) {
-    AddFault(first_, QVSIM_FAULT_OPEN_FAILS, 0);
-    const ToolRun run = Run({"measure", "cw", "@5"});
+// A sensor that misbehaves: the export that meets it is named with its code.
+struct Fault {
+    int kind, code;
+    const char* expected;
+};
+
+class QvPowerFaults : public QvPower, public ::testing::WithParamInterface<Fault> {};
+
+TEST_P(QvPowerFaults, NameTheExportThatMetThem) {
+    AddFault(first_, GetParam().kind, GetParam().code);
+    const ToolRun run = Run({"measure", "cw", "@5", "-a", "2"});
     EXPECT_EQ(run.status, 1);
-    EXPECT_NE(run.output.find("QV_GetIndex_Addr(5) returned -5: a sensor on the bus could not be opened"),
-              std::string::npos)
-        << run.output;
+    EXPECT_NE(run.output.find(GetParam().expected), std::string::npos) << run.output;
 }
 
-// Readings of blocks made from a known input through the sensor's own
-// detector: the tool's options reach the library and its output reads back.
+INSTANTIATE_TEST_SUITE_P(
+    Sensor, QvPowerFaults,
+    ::testing::Values(
+        Fault{QVSIM_FAULT_OPEN_FAILS, 0, "QV_GetIndex_Addr(5) returned -5: a sensor on the bus could not be opened"},
+        Fault{QVSIM_FAULT_PIPE_TIMEOUT, 0x82, "QV_MeasureCW(5, &reading) returned -13: no reading: the acquisition failed"}));
+
+// Readings of known simulated signals: the tool's options reach the library
+// and its output reads back.
 TEST_F(QvPower, CwReadingsInJsonAgreeWithTheInputPower) {
-    const std::vector<std::uint8_t> raw = RawBlocks(first_, 3 * 4, [](int) { return -12.0; }, 1e9);
-    ASSERT_EQ(qvsim_bulk_in_push(first_, raw.data(), static_cast<int>(raw.size())), static_cast<int>(raw.size()));
+    ASSERT_EQ(qvsim_set_cw_power(first_, -12.0), QVSIM_OK);
     const ToolRun run = Run({"measure", "cw", "AB1234", "-f", "1GHz", "-a", "4", "-n", "3", "--json"});
     ASSERT_EQ(run.status, 0) << run.output;
     const std::vector<nlohmann::json> readings = run.JsonLines();
@@ -167,8 +177,11 @@ TEST_F(QvPower, CwReadingsInJsonAgreeWithTheInputPower) {
 }
 
 TEST_F(QvPower, CwReadingInCsvWithOffsetInWatts) {
-    const std::vector<std::uint8_t> raw = RawBlocks(first_, 2, [](int) { return -12.0; }, 2.4e9);
-    ASSERT_EQ(qvsim_bulk_in_push(first_, raw.data(), static_cast<int>(raw.size())), static_cast<int>(raw.size()));
+    qvsim_signal signal;
+    ASSERT_EQ(qvsim_signal_get(first_, &signal), QVSIM_OK);
+    signal.cw_dbm = -12.0;
+    signal.freq_hz = 2.4e9;
+    ASSERT_EQ(qvsim_signal_set(first_, &signal), QVSIM_OK);
     const ToolRun run = Run({"measure", "cw", "@5", "-f", "2.4GHz", "-a", "2", "-o", "3", "-u", "w", "--csv"});
     ASSERT_EQ(run.status, 0) << run.output;
     std::istringstream lines(run.output);
@@ -184,10 +197,15 @@ TEST_F(QvPower, CwReadingInCsvWithOffsetInWatts) {
 }
 
 TEST_F(QvPower, PulseReadingInJsonHasEveryPart) {
-    // 13 samples on out of every 126: a duty cycle of about 10 %.
-    const std::vector<std::uint8_t> raw =
-        RawBlocks(first_, 4, [](int i) { return i % 126 < 13 ? 5.0 : -50.0; }, 1e9);
-    ASSERT_EQ(qvsim_bulk_in_push(first_, raw.data(), static_cast<int>(raw.size())), static_cast<int>(raw.size()));
+    // 26 us on in every 252 us: 13 of the 126 samples of each block.
+    qvsim_signal signal;
+    ASSERT_EQ(qvsim_signal_get(first_, &signal), QVSIM_OK);
+    signal.kind = QVSIM_SIGNAL_PULSE;
+    signal.period_us = 252;
+    signal.width_us = 26;
+    signal.on_dbm = 5.0;
+    signal.off_dbm = -50.0;
+    ASSERT_EQ(qvsim_signal_set(first_, &signal), QVSIM_OK);
     const ToolRun run = Run({"measure", "pulse", "AB1234", "-a", "4", "--json"});
     ASSERT_EQ(run.status, 0) << run.output;
     const nlohmann::json r = run.JsonLines().at(0);
