@@ -581,32 +581,47 @@ QV_API int32_t QV_GetRecorderOutSetup(int32_t address, double* level0V, double* 
  * duty cycle). Averages blocks of 126 samples are taken per reading; counts
  * above 100 are split into several acquisitions. */
 
-/* One average-power (CW) reading into *reading. Returns 1; -1 sensor not
- * found or not initialised by the caller, or the trigger-output pulse or the
- * recorder update failed; -13 the acquisition failed (no reading). */
+/* One average-power (CW) reading into *reading. With Averages 1 and neither
+ * trigger nor recorder output on, the sensor streams: after the first reading
+ * each one is a bare read of its next block. A relative reading (unit 8) is
+ * shown on the recorder output as the absolute power it stands for.
+ * Returns 1; -1 null pointer, sensor not found or not initialised by the
+ * caller, or the trigger output could not be put back (the reading is then
+ * -80 dBm after corrections) or the recorder update failed (the reading is
+ * written all the same); -13 the acquisition failed: the sensor did not
+ * answer or was unplugged (no reading; the next call starts it afresh). */
 QV_API int32_t QV_MeasureCW(int32_t address, double* reading);
 
 /* QV_MeasureCW and the limit verdict (QV_LIMIT_ codes; 5 when no limit is
- * applied) of the reading. Returns 1; -1 when the measurement gave less than 1. */
+ * applied) of the reading; a relative reading is judged as the absolute power
+ * it stands for. Returns 1; -1 null pointer, or the measurement gave less
+ * than 1. */
 QV_API int32_t QV_MeasureCW_PF(int32_t address, double* reading, int32_t* passFail);
 
-/* One pulse reading: the mean power while the pulse is on, the peak power,
- * the average power, and the duty cycle as a fraction (unit 8: relative to the
- * pulse references). Returns 1; -1 sensor not found or not initialised by the
- * caller, or the trigger-output pulse or the recorder stop failed; -13 the
- * acquisition failed; -2 the data could not be split. */
+/* One pulse reading: the mean power while the pulse is on (samples within the
+ * pulse criteria of the largest), the peak power, the average power, and the
+ * duty cycle as a fraction (unit 8: each relative to its pulse reference, the
+ * duty cycle less PlsRefDC / 100). A recorder output that is on is switched
+ * off: it shows CW readings only. Returns 1; -1 null pointer, sensor not found
+ * or not initialised by the caller, or the trigger output could not be put
+ * back (powers -999 dBm, duty cycle 1, before corrections) or the recorder
+ * stop failed; -13 the acquisition failed; -2 the data could not be split. */
 QV_API int32_t QV_MeasurePulse(int32_t address, double* pulse, double* peak, double* average,
                                double* dutyCycle);
 
-/* QV_MeasurePulse and the limit verdict of the pulse power. Returns 1; -1 when
+/* QV_MeasurePulse and the limit verdict of the pulse power (a relative one
+ * judged as the absolute power it stands for). Returns 1; -1 null pointer, or
  * the measurement gave less than 1. */
 QV_API int32_t QV_MeasurePulse_PF(int32_t address, double* pulse, double* peak, double* average,
                                   double* dutyCycle, int32_t* passFail);
 
-/* Extended averaging smooths readings across calls with weight 1/(k+1) over
- * the last N (in watts); max hold keeps the largest reading. CW and pulse
- * readings keep memories of their own, and each restarts the other's. All of
- * these return 1; -1 sensor not found or not initialised by the caller. */
+/* Extended averaging smooths readings across calls in watts: after a restart
+ * the k-th reading is weighed 1/(k+1), from the N-th on 1/(N+1). Max hold
+ * keeps the largest reading; with both on, the average is taken of the held
+ * maxima. Both act on readings in dBm before offset, corrections and unit. CW
+ * and pulse readings keep memories of their own, and each restarts the
+ * other's. All of these return 1; -1 null pointer, sensor not found or not
+ * initialised by the caller. */
 QV_API int32_t QV_GetExtendedAveragingEnabled(int32_t address, int32_t* enabled);
 /* Active when exactly 1; not range-tested. */
 QV_API int32_t QV_SetExtendedAveragingEnabled(int32_t address, int32_t enabled);

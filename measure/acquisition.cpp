@@ -189,6 +189,8 @@ std::int32_t TriggeredModeCW(DeviceRecord& r, AcquisitionHandles& h, std::int32_
     return result < 1 ? kCoreReadFailed : 1;
 }
 
+// A sensor armed for a continuous stream keeps streaming: a later reading of
+// more blocks drops only the armed flag and reads them from the stream.
 std::int32_t FreeRunningModeCW(DeviceRecord& r, AcquisitionHandles& h, std::int32_t n) {
     const std::int64_t winusb = h.WinUsb(true);
     if (r.singleAverageStream == 0) {

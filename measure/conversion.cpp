@@ -73,11 +73,22 @@ double MeanTemperature(const double* counts, std::int32_t n) {
 }
 
 void ConvertCounts(const CalSegment* e, double* values, std::int32_t n, bool capBelowLowest) {
+    // Counts beyond either end of the table find their segment without a
+    // search: beyond the lowest level's count it is 0, below every count 24.
+    double smallestCount = e[0].count;
+    for (std::int32_t k = 1; k < kCalLevels; ++k) smallestCount = std::min(smallestCount, e[k].count);
     std::int32_t j = -1;  // the first sample searches its segment
     for (std::int32_t i = 0; i < n; ++i) {
         const double q = values[i];
         // A count strictly inside the previous sample's segment keeps it.
-        if (j < 0 || !(q < e[j].count && q > e[j + 1].count)) j = FindSegment(e, q);
+        if (j >= 0 && q < e[j].count && q > e[j + 1].count) {
+        } else if (q > e[0].count) {
+            j = 0;
+        } else if (q < smallestCount) {
+            j = kCalLevels - 2;
+        } else {
+            j = FindSegment(e, q);
+        }
         const double loADC = e[j].count;      // count at the segment's lower level
         const double hiADC = e[j + 1].count;  // count at its upper level
         double w;

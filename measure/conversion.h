@@ -105,7 +105,8 @@ double WithPeakShare(double meanW, std::int32_t samples, std::int32_t k, double 
 std::int32_t HistogramBin(double dbm);
 double HistogramBinCentre(std::int32_t bin);
 
-// 0.001 x 10^(x/10), by exp: equal to pow's to rounding, and several times faster.
+// 0.001 x 10^(x/10) in watts, by exp: equal to pow's to rounding and about
+// three times cheaper (every sample of a reading goes through it).
 inline double DbmToWatts(double dbm) { return 0.001 * std::exp(dbm * 0.23025850929940458); }
 inline double WattsToDbm(double w) { return 10.0 * std::log10(w / 0.001); }
 

@@ -14,8 +14,9 @@ namespace qvsim {
 namespace {
 
 constexpr std::uint64_t kNever = std::numeric_limits<std::uint64_t>::max();
-// Finished blocks a streaming sensor holds for a busy host; older ones are lost.
-constexpr std::uint64_t kHeldBlocks = 4;
+// Finished blocks a streaming sensor holds for a busy host (about 4 ms, enough to
+// ride out a loaded machine's scheduling); older ones are lost.
+constexpr std::uint64_t kHeldBlocks = 16;
 
 std::uint64_t SteadyNowNs() {
     return static_cast<std::uint64_t>(

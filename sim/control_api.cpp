@@ -549,6 +549,31 @@ int qvsim_set_cw_power(int id, double dbm) {
     });
 }
 
+int qvsim_trigger_fire(int id) {
+    return WithSensor(id, [](Bus&, SensorRecord& sensor) {
+        if (sensor.plugged == 0) return QVSIM_E_STATE;
+        if (sensor.acquisition.pendingTriggers >= 65535) return QVSIM_E_FULL;
+        ++sensor.acquisition.pendingTriggers;
+        return QVSIM_OK;
+    });
+}
+
+int qvsim_trigger_periodic(int id, double period_us) {
+    if (!std::isfinite(period_us) || period_us < 0.0 || period_us > 1.0e9) return QVSIM_E_ARG;
+    return WithSensor(id, [period_us](Bus&, SensorRecord& sensor) {
+        sensor.triggerPeriodUs = period_us;
+        return QVSIM_OK;
+    });
+}
+
+int qvsim_trigger_period_get(int id, double* period_us) {
+    if (period_us == nullptr) return QVSIM_E_ARG;
+    return WithSensor(id, [period_us](Bus&, SensorRecord& sensor) {
+        *period_us = sensor.triggerPeriodUs;
+        return QVSIM_OK;
+    });
+}
+
 const char* qvsim_strerror(int code) {
     switch (code) {
         case QVSIM_E_NO_BUS: return "no bus attached";

@@ -57,13 +57,32 @@ double SensitivityDb(const DetectorModel& model, const PathParameters& p, double
            p.rippleDb * std::sin(2.0 * kPi * hz / p.ripplePeriodHz + p.ripplePhase);
 }
 
-// Count at the calibration temperature.
-double CountAtCalibration(const DetectorModel& model, int path, double dbm, double hz) {
+double LastLevel(int path) { return kFirstLevelDbm[path] + kLevelStepDb * (kGridLevels - 1); }
+
+// The curve the calibration samples.
+double CalibratedCurve(const DetectorModel& model, int path, double dbm, double hz) {
     const PathParameters& p = model.path[path];
     const double x = (dbm + SensitivityDb(model, p, hz) - kFirstLevelDbm[path]) / kCalibratedSpanDb;
     const double tail = std::exp(-p.curvature);
     const double shape = (std::exp(-p.curvature * x) - tail) / (1.0 - tail);
     return p.countFloor + (p.countTop - p.countFloor) * shape;
+}
+
+// Counts per dB above the highest calibrated level (negative: the count falls). The
+// last two segments' ratio goes on once more, c25 = c24^2 / c23, which is the line the
+// host extrapolates with (in dB per count, slope(25) = slope(24)^2 / slope(23)).
+double TopSegmentSlope(const DetectorModel& model, int path, double hz) {
+    const double last = LastLevel(path);
+    double counts[3];
+    for (int i = 0; i < 3; ++i) counts[i] = CalibratedCurve(model, path, last - kLevelStepDb * (2 - i), hz);
+    const double c23 = (counts[1] - counts[0]) / kLevelStepDb, c24 = (counts[2] - counts[1]) / kLevelStepDb;
+    return c24 * c24 / c23;
+}
+
+double CountAtCalibration(const DetectorModel& model, int path, double dbm, double hz) {
+    const double last = LastLevel(path);
+    if (dbm <= last) return CalibratedCurve(model, path, dbm, hz);
+    return CalibratedCurve(model, path, last, hz) + (dbm - last) * TopSegmentSlope(model, path, hz);
 }
 
 // Temperature distance from calibration. The drift is a quadratic only over the
@@ -202,6 +221,9 @@ double DetectorPower(const DetectorModel& model, int path, double count, double 
     const PathParameters& p = model.path[path];
     const double dT = TemperatureOffset(model, temperature);
     const double z = (count - p.offsetPerCount * dT) / (1.0 + p.gain1 * dT + p.gain2 * dT * dT);
+    const double last = LastLevel(path);
+    const double lastCount = CalibratedCurve(model, path, last, hz);
+    if (z < lastCount) return last + (z - lastCount) / TopSegmentSlope(model, path, hz);
     const double tail = std::exp(-p.curvature);
     const double e = (z - p.countFloor) / (p.countTop - p.countFloor) * (1.0 - tail) + tail;
     if (!(e > 0.0)) return std::numeric_limits<double>::infinity();

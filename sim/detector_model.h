@@ -10,7 +10,9 @@
 //   count = Z * (1 + gain1 dT + gain2 dT^2) + offset dT
 // so the count falls smoothly and monotonically as the power rises, and the
 // calibration coefficients of a point are exactly a = gain1 Z + offset, b = gain2 Z.
-// Counts are not clamped here: a 16-bit reading made from them saturates.
+// Above the highest calibrated level Z goes on along the line (in counts per dB) of
+// the top calibrated segment. Counts are not clamped here: a 16-bit reading made
+// from them saturates.
 #ifndef QVSIM_DETECTOR_MODEL_H
 #define QVSIM_DETECTOR_MODEL_H
 
@@ -73,7 +75,7 @@ double GridLevel(int path, int level);
 
 // Count of `path` for `dbm` at `hz` and temperature count `temperature`.
 double DetectorCount(const DetectorModel& model, int path, double dbm, double hz, double temperature);
-// The power that gives `count`; +infinity for a count below every power's.
+// The power that gives `count` (+infinity only for a count no power gives).
 double DetectorPower(const DetectorModel& model, int path, double count, double hz, double temperature);
 
 // Calibration of a point: count at the calibration temperature and the linear and

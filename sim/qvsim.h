@@ -345,7 +345,8 @@ QVSIM_API int qvsim_bulk_out_last(int id, void* data, int capacity);
  *
  * Each sensor has a detector of its own, fixed when it is added: for each path the
  * count falls smoothly as the input power rises (about 55000 at the bottom of the
- * calibrated range to about 2000 at the top), with a frequency-dependent sensitivity
+ * calibrated range to about 2000 at the top, and beyond the top on along the line of
+ * the top calibrated 2-dB segment), with a frequency-dependent sensitivity
  * and a quadratic drift around the calibration temperature. The grid follows the
  * model its product string names; everything else follows its serial, so sensors
  * differ and the same serial and product give the same detector on every bus. Its
@@ -441,6 +442,28 @@ QVSIM_API int qvsim_signal_get(int id, qvsim_signal* signal);
 /* Makes the signal CW at dbm, keeping its frequency and noise. Returns QVSIM_OK,
  * QVSIM_E_ARG (out of range or not finite), QVSIM_E_NO_SENSOR, QVSIM_E_NO_BUS. */
 QVSIM_API int qvsim_set_cw_power(int id, double dbm);
+
+/* ---------------------------------------------------------------- trigger input
+ *
+ * With the TTL trigger input on (191), a reading waits for an edge on the trigger
+ * line: a counted run (193 n) as a whole, each block of a stream on its own. An edge
+ * fired by hand is kept until a reading takes it (whether the input is on or not;
+ * lost at unplug); periodic edges come every period from the sensor's time 0. A
+ * reading whose edge does not come within the pipe read's time-out is not sent: the
+ * read times out. */
+
+/* Fires one edge on the sensor's trigger input. Returns QVSIM_OK, QVSIM_E_STATE
+ * (unplugged), QVSIM_E_FULL (65535 edges already waiting), QVSIM_E_NO_SENSOR,
+ * QVSIM_E_NO_BUS. */
+QVSIM_API int qvsim_trigger_fire(int id);
+
+/* Sets the period of a periodic trigger on the input, in us (0: none; at most 1e9);
+ * kept across unplug. Returns QVSIM_OK, QVSIM_E_ARG, QVSIM_E_NO_SENSOR, QVSIM_E_NO_BUS. */
+QVSIM_API int qvsim_trigger_periodic(int id, double period_us);
+
+/* The periodic trigger's period in us (0: none). Returns QVSIM_OK, QVSIM_E_ARG (NULL),
+ * QVSIM_E_NO_SENSOR, QVSIM_E_NO_BUS. */
+QVSIM_API int qvsim_trigger_period_get(int id, double* period_us);
 
 /* Short English text for a QVSIM_E_ code. Never NULL. */
 QVSIM_API const char* qvsim_strerror(int code);

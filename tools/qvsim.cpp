@@ -27,6 +27,7 @@ constexpr const char* kUsage =
     "  temperature ID [COUNT]        the sensor's temperature count (and its calibration's)\n"
     "  signal ID [cw DBM | pulse --period US --width US --on DBM --off DBM]\n"
     "      [--noise DB] [--seed N] [--freq HZ]   the signal at the sensor's input\n"
+    "  trigger ID [--every US]       fire one trigger edge, or set a periodic trigger (0: none)\n"
     "  fault ID KIND [CODE] [--count N|always] [--skip N] [--arg N]\n"
     "      KIND: fail empty no-echo bad-252 bad-253 pipe-timeout pipe-short\n"
     "            open-fails string-fails throws unplug\n"
@@ -387,6 +388,20 @@ int CommandSignal(Arguments args) {
     return kExitOk;
 }
 
+int CommandTrigger(Arguments args) {
+    auto every = args.option("--every");
+    args.Finish(1, 1);
+    const int id = SensorId(args.at(0));
+    if (every) Check(qvsim_trigger_periodic(id, ParseReal(*every, 0.0, 1e9, "period")));
+    else Check(qvsim_trigger_fire(id));
+    double period = 0.0;
+    Check(qvsim_trigger_period_get(id, &period));
+    qvsim_sensor_state state{};
+    Check(qvsim_sensor_state_get(id, &state));
+    std::printf("pending %u periodic %g us\n", state.pending_triggers, period);
+    return kExitOk;
+}
+
 int CommandCreate(Arguments args, const char* bus) {
     std::vector<SensorLine> sensors;
     if (auto from = args.option("--from")) sensors = ReadBusDescription(*from);
@@ -408,6 +423,7 @@ int Run(const std::string& command, std::vector<std::string> words, const char* 
     if (command == "fault") return CommandFault(Arguments(std::move(words), {}));
     if (command == "timing") return CommandTiming(Arguments(std::move(words), {}));
     if (command == "signal") return CommandSignal(Arguments(std::move(words), {}));
+    if (command == "trigger") return CommandTrigger(Arguments(std::move(words), {}));
     Arguments args(std::move(words), {"--clear"});
     if (command == "list") {
         args.Finish(0, 0);

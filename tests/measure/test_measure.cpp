@@ -103,7 +103,7 @@ TEST_F(MeasureTest, AveragesAbove100AreSplitIntoEqualRunsAndKept) {
     EXPECT_EQ(Current().Averages, 150);
 
     // The second run finds no data: the reading fails, the setting stays.
-    QueueCW(76, -20.0);
+    AddFault(id_, QVSIM_FAULT_PIPE_TIMEOUT, 0x82, QVSIM_ALWAYS, 0, 1);
     EXPECT_EQ(QV_MeasureCW(kMeasAddr, &reading), QV_ERR_ACQUISITION);
     EXPECT_EQ(Current().Averages, 150);
 }
@@ -344,14 +344,16 @@ TEST_F(MeasureTest, ASensorThatStopsAnsweringFailsTheReadingAndIsReopened) {
     ReadCW(-30);
     const unsigned opens = State(id_).opens;
     qvsim_transcript_clear(id_);
+    AddFault(id_, QVSIM_FAULT_PIPE_TIMEOUT, 0x82);
     double reading = 7;
-    EXPECT_EQ(QV_MeasureCW(kMeasAddr, &reading), QV_ERR_ACQUISITION);  // nothing queued
+    EXPECT_EQ(QV_MeasureCW(kMeasAddr, &reading), QV_ERR_ACQUISITION);
     EXPECT_EQ(reading, 7);
     EXPECT_EQ(NewRequests(), (Strings{"OUT 193"}));  // the retry's start
     EXPECT_EQ(State(id_).opens, opens + 1);
     EXPECT_EQ(Info(id_).open_handles, 1);  // the old handle was closed
     EXPECT_EQ(Record().streamArmed, 0);
     // It answers again: the next reading starts the stream afresh.
+    ASSERT_EQ(qvsim_clear_faults(id_), QVSIM_OK);
     EXPECT_NEAR(ReadCW(-30), -30, 0.03);
     EXPECT_EQ(NewRequests(), kStart);
 }

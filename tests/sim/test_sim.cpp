@@ -852,7 +852,7 @@ TEST_F(SimBus, PowerIsTheInverseOfTheCount) {
     }
     double dbm = 0;
     ASSERT_EQ(qvsim_detector_power(id, QVSIM_PATH_HS, -1e6, 1e9, 9000, &dbm), QVSIM_OK);
-    EXPECT_TRUE(std::isinf(dbm) && dbm > 0);
+    EXPECT_TRUE(std::isfinite(dbm) && dbm > -20.0);  // on the straight line above the top level
 }
 
 TEST_F(SimBus, DetectorQueriesAreValidated) {

@@ -3,11 +3,13 @@
 // detector its calibration describes.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "qvsim.h"
@@ -294,6 +296,110 @@ TEST_F(SimSignals, NoiseIsGaussianInDbAndFixedByItsSeed) {
     }
     EXPECT_NEAR(sum / n, -10.0, 0.05);
     EXPECT_NEAR(std::sqrt(squares / n - (sum / n) * (sum / n)), 0.5, 0.05);
+}
+
+// ---------------------------------------------------------------- trigger input and output
+
+TEST_F(SimSignals, WithTheTriggerInputOnARunWaitsForAnEdge) {
+    Command(191);
+    ASSERT_EQ(Start(2), 1);
+    ASSERT_EQ(Rearm(), 2);
+    EXPECT_EQ(Read(1024).size(), 0u);  // no edge: the read times out
+    ASSERT_EQ(qvsim_trigger_fire(id_), QVSIM_OK);
+    EXPECT_EQ(Read(1024).size(), 1024u);  // one edge releases the whole run
+    EXPECT_EQ(Read(512).size(), 0u);
+
+    ASSERT_EQ(Start(0), 1);  // a stream takes an edge per block
+    for (int i = 0; i < 2; ++i) ASSERT_EQ(qvsim_trigger_fire(id_), QVSIM_OK);
+    EXPECT_EQ(BlocksAvailable(5), 2);
+    EXPECT_EQ(State().pending_triggers, 0u);
+    Command(190);
+    EXPECT_EQ(BlocksAvailable(5), 5);
+}
+
+TEST_F(SimSignals, PeriodicTriggerMustFallWithinTheTimeOut) {
+    ASSERT_EQ(qvsim_trigger_periodic(id_, 10000.0), QVSIM_OK);  // every 10 ms
+    Command(191);
+    ASSERT_EQ(Start(0), 1);
+    // Each block waits for the next edge; a 6-ms time-out catches every other one.
+    std::string arrivals;
+    for (int i = 0; i < 6; ++i) arrivals += Read(512, 6).empty() ? '-' : 'B';
+    EXPECT_EQ(arrivals, "B-B-B-");
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(Read(512, 11).size(), 512u);
+    EXPECT_EQ(qvsim_trigger_periodic(id_, -1.0), QVSIM_E_ARG);
+    EXPECT_EQ(qvsim_sensor_unplug(id_), QVSIM_OK);
+    EXPECT_EQ(qvsim_trigger_fire(id_), QVSIM_E_STATE);
+    double period = 0.0;
+    ASSERT_EQ(qvsim_trigger_period_get(id_, &period), QVSIM_OK);
+    EXPECT_EQ(period, 10000.0);  // the line outside the sensor stays
+}
+
+TEST_F(SimSignals, TriggerOutputLevelAndRecorderWordAreKept) {
+    Command(201);  // on
+    EXPECT_EQ(State().trigger_out_level, 1);
+    Command(205);  // the library's pulse: inverted, then back
+    EXPECT_EQ(State().trigger_out_level, 0);
+    Command(204);
+    Command(192);  // off
+    EXPECT_EQ(State().trigger_out_level, 0);
+    EXPECT_EQ(State().trigger_out_edges, 4u);
+    uint8_t word[2] = {0x66, 0x66};
+    uint32_t moved = 0;
+    ASSERT_EQ(QV_USBDRVD_PipeWriteTimeout(winusb_, 0x01, word, 2, &moved, 1000), 1);
+    EXPECT_EQ(State().recorder_word, 0x6666);
+}
+
+// ---------------------------------------------------------------- timing model
+
+TEST_F(SimSignals, SampledBlocksTakeTheirTimeAndAStreamHoldsAFew) {
+    qvsim_timing timing{};
+    ASSERT_EQ(qvsim_get_timing(&timing), QVSIM_OK);
+    timing.sampled_blocks = 1;
+    ASSERT_EQ(qvsim_set_timing(&timing), QVSIM_OK);
+    using Clock = std::chrono::steady_clock;
+
+    ASSERT_EQ(Start(20), 1);
+    const Clock::time_point begun = Clock::now();
+    EXPECT_EQ(Read(20 * 512, 1000).size(), 20u * 512u);
+    EXPECT_GE(Clock::now() - begun, std::chrono::microseconds(20 * 252));  // 126 samples of 2 us each
+
+    ASSERT_EQ(Start(200), 1);  // 50 ms of sampling
+    const size_t part = Read(200 * 512, 5).size();  // the time-out cuts the read short
+    EXPECT_GT(part, 0u);
+    EXPECT_LT(part, 200u * 512u);
+
+    ASSERT_EQ(Start(0), 1);
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));  // a busy host: 40 blocks
+    EXPECT_EQ(Read(512).size(), 512u);
+    EXPECT_GT(State().overruns, 0u);  // the stream went on and kept only the newest blocks
+}
+
+// ---------------------------------------------------------------- beyond the calibration
+
+// Above its top level (hs -20, ls +20 dBm) each path goes on along the line the host
+// extrapolates with: the last two segments' ratio of counts per dB, once more.
+TEST_F(SimSignals, DetectorGoesOnStraightAboveItsTopLevel) {
+    const double temperature = qvsim_get_temperature(id_);
+    for (int path : {QVSIM_PATH_HS, QVSIM_PATH_LS}) {
+        const double top = path == QVSIM_PATH_HS ? -20.0 : 20.0;
+        for (double hz : {5e7, 1e9, 9.5e9}) {
+            double c[3];
+            for (int i = 0; i < 3; ++i)
+                ASSERT_EQ(qvsim_detector_count(id_, path, top - 4.0 + 2.0 * i, hz, temperature, &c[i]), QVSIM_OK);
+            const double perDb = ((c[2] - c[1]) / 2.0) * ((c[2] - c[1]) / 2.0) / ((c[1] - c[0]) / 2.0);
+            for (double above : {1e-9, 1.0, 6.0}) {
+                double count = 0.0, back = 0.0;
+                ASSERT_EQ(qvsim_detector_count(id_, path, top + above, hz, temperature, &count), QVSIM_OK);
+                EXPECT_NEAR(count, c[2] + above * perDb, 1e-6) << path << " " << hz << " " << above;
+                ASSERT_EQ(qvsim_detector_power(id_, path, count, hz, temperature, &back), QVSIM_OK);
+                EXPECT_NEAR(back, top + above, 1e-9);
+            }
+        }
+    }
+    // The ADC holds what goes below 0.
+    ASSERT_EQ(qvsim_set_cw_power(id_, 10.0), QVSIM_OK);
+    ASSERT_EQ(Start(1), 1);
+    EXPECT_EQ(Split(Read(512)).hs[0], 0);
 }
 
 // ---------------------------------------------------------------- several processes
