@@ -17,6 +17,7 @@ constexpr std::uint64_t kNever = std::numeric_limits<std::uint64_t>::max();
 // Finished blocks a streaming sensor holds for a busy host (about 4 ms, enough to
 // ride out a loaded machine's scheduling); older ones are lost.
 constexpr std::uint64_t kHeldBlocks = 16;
+constexpr int kMeasureStartRequest = 193;
 
 std::uint64_t SteadyNowNs() {
     return static_cast<std::uint64_t>(
@@ -115,9 +116,15 @@ std::uint32_t ProduceMeasurementBytes(SensorRecord& sensor, const TimingModel& t
         const std::uint64_t finishedNs = startNs + periodNs;
         if (timed && finishedNs > deadlineNs) break;
         lastReadyNs = std::max(lastReadyNs, finishedNs);
-        FillMeasurementBlock(sensor.detector, sensor.signal, sensor.temperature, startNs, block);
-        const std::uint32_t taken = std::min<std::uint32_t>(kBlockBytes - run.partialBytes, length - moved);
-        std::memcpy(out + moved, block + run.partialBytes, taken);
+        std::uint32_t taken = std::min<std::uint32_t>(kBlockBytes - run.partialBytes, length - moved);
+        if (sensor.files.replayPath[0] != '\0') {
+            // A capture stands in for the signal: its bytes in order, as far as they go.
+            taken = ReplayTake(sensor, kMeasureStartRequest, out + moved, taken);
+            if (taken == 0) break;
+        } else {
+            FillMeasurementBlock(sensor.detector, sensor.signal, sensor.temperature, startNs, block);
+            std::memcpy(out + moved, block + run.partialBytes, taken);
+        }
         moved += taken;
         run.partialBytes += taken;
         if (!timed) run.clockNs = std::max(run.clockNs, finishedNs);

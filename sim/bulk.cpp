@@ -22,10 +22,13 @@ std::uint32_t TakeQueued(DeviceState& state, const std::uint8_t* ring, std::uint
 }  // namespace
 
 std::uint32_t ProduceBulkIn(SensorRecord& sensor, const TimingModel& timing, std::uint8_t* out, std::uint32_t length,
-                            std::uint32_t timeoutMs, std::uint64_t* readyNs) {
+                            std::uint32_t timeoutMs, std::uint64_t* readyNs, PipeSource* source) {
     *readyNs = 0;
+    *source = PipeSource{};
     const std::uint32_t queued = TakeQueued(sensor.state, sensor.bulkIn, out, length);
     if (queued > 0) return queued;
+    const Acquisition& run = sensor.acquisition;
+    *source = PipeSource{run.startRequest, 1, {run.count, 0, 0, 0}};
     return ProduceMeasurementBytes(sensor, timing, out, length, timeoutMs, readyNs);
 }
 

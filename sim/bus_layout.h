@@ -68,6 +68,19 @@ struct Acquisition {
     std::uint32_t triggerOutEdges;  // changes of the trigger output level
 };
 
+// Capture and replay of pipe 0x82 (capture.cpp): files named here are opened by
+// whichever process moves the bytes. Outlive unplug, like fault rules.
+inline constexpr int kFilePathChars = 256;
+struct PipeFiles {
+    char capturePath[kFilePathChars];  // empty: no capture
+    char replayPath[kFilePathChars];   // empty: blocks come from the signal model
+    std::uint64_t replayOffset;        // file offset of the next byte to read
+    std::uint32_t replayRecordLeft;    // bytes left in the record being served
+    std::uint32_t replayEnded;         // the file has no more blocks
+    std::uint32_t captureTransfers;    // records written
+    std::uint32_t captureFailures;     // records that could not be written
+};
+
 // Fields of a fault rule follow qvsim_fault; kind 0 marks a free rule.
 struct FaultRule {
     std::int32_t kind;
@@ -162,6 +175,7 @@ struct SensorRecord {
     SignalModel signal;
     double triggerPeriodUs;    // periodic trigger on the TTL input; 0: none
     Acquisition acquisition;   // RAM
+    PipeFiles files;
 };
 
 inline constexpr std::size_t RoundToPage(std::size_t bytes) {
@@ -184,7 +198,7 @@ static_assert(offsetof(SensorRecord, identity) == 24 && offsetof(SensorRecord, s
                   offsetof(SensorRecord, region2) == 165112 && offsetof(SensorRecord, bulkIn) == 361720 &&
                   offsetof(SensorRecord, detector) == 623864 && offsetof(SensorRecord, temperature) == 624072 &&
                   offsetof(SensorRecord, signal) == 624080 && offsetof(SensorRecord, triggerPeriodUs) == 624144 &&
-                  offsetof(SensorRecord, acquisition) == 624152,
+                  offsetof(SensorRecord, acquisition) == 624152 && offsetof(SensorRecord, files) == 624208,
               "sensor record layout");
 static_assert(kRecordBytes == 626688, "record stride");
 

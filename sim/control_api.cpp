@@ -124,6 +124,11 @@ void FillState(const SensorRecord& sensor, qvsim_sensor_state* out) {
     out->blocks_sent = run.blocksSent;
     out->overruns = run.overruns;
     out->pending_triggers = run.pendingTriggers;
+    const PipeFiles& files = sensor.files;
+    out->capturing = files.capturePath[0] != '\0';
+    out->capture_transfers = files.captureTransfers;
+    out->capture_failures = files.captureFailures;
+    out->replaying = files.replayPath[0] != '\0' && files.replayEnded == 0;
 }
 
 bool IsSignalPower(double dbm) { return std::isfinite(dbm) && dbm >= QVSIM_SIGNAL_MIN_DBM && dbm <= QVSIM_SIGNAL_MAX_DBM; }
@@ -570,6 +575,30 @@ int qvsim_trigger_period_get(int id, double* period_us) {
     if (period_us == nullptr) return QVSIM_E_ARG;
     return WithSensor(id, [period_us](Bus&, SensorRecord& sensor) {
         *period_us = sensor.triggerPeriodUs;
+        return QVSIM_OK;
+    });
+}
+
+int qvsim_capture_start(int id, const char* path) {
+    return WithSensor(id, [path](Bus&, SensorRecord& sensor) { return CaptureBegin(sensor, path); });
+}
+
+int qvsim_capture_stop(int id) {
+    return WithSensor(id, [](Bus&, SensorRecord& sensor) {
+        if (sensor.files.capturePath[0] == '\0') return QVSIM_E_STATE;
+        std::memset(sensor.files.capturePath, 0, sizeof sensor.files.capturePath);
+        return QVSIM_OK;
+    });
+}
+
+int qvsim_replay_start(int id, const char* path) {
+    return WithSensor(id, [path](Bus&, SensorRecord& sensor) { return ReplayBegin(sensor, path); });
+}
+
+int qvsim_replay_stop(int id) {
+    return WithSensor(id, [](Bus&, SensorRecord& sensor) {
+        if (sensor.files.replayPath[0] == '\0') return QVSIM_E_STATE;
+        std::memset(sensor.files.replayPath, 0, sizeof sensor.files.replayPath);
         return QVSIM_OK;
     });
 }

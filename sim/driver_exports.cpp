@@ -149,8 +149,10 @@ int32_t PipeTransfer(Direction direction, QvDrvHandle winusb, int32_t pipe, uint
         }
         uint32_t moved = 0;
         std::uint64_t readyNs = 0;
+        PipeSource source;
         if (direction == Direction::In) {
-            moved = limit > 0 ? ProduceBulkIn(sensor, call.timing, buffer, limit, timeoutMs, &readyNs) : 0;
+            moved = limit > 0 ? ProduceBulkIn(sensor, call.timing, buffer, limit, timeoutMs, &readyNs, &source) : 0;
+            CaptureTransfer(sensor, source, length, timeoutMs, buffer, moved);
         } else if (limit > 0) {
             moved = limit;
             ConsumeBulkOut(sensor, buffer, moved);

@@ -141,6 +141,10 @@ typedef struct qvsim_sensor_state {
     unsigned long long blocks_sent; /* complete 512-byte blocks sent on pipe 0x82 */
     unsigned long long overruns;    /* finished blocks a streaming sensor dropped unread */
     unsigned pending_triggers;  /* trigger edges fired and not used yet */
+    int capturing;              /* 1 while pipe 0x82 transfers go to a capture file */
+    unsigned capture_transfers; /* transfers written to it */
+    unsigned capture_failures;  /* transfers that could not be written */
+    int replaying;              /* 1 while blocks come from a capture file that has more */
 } qvsim_sensor_state;
 
 /* Fault kinds. "code" selects what the fault applies to (0 = anything of its kind);
@@ -464,6 +468,35 @@ QVSIM_API int qvsim_trigger_periodic(int id, double period_us);
 /* The periodic trigger's period in us (0: none). Returns QVSIM_OK, QVSIM_E_ARG (NULL),
  * QVSIM_E_NO_SENSOR, QVSIM_E_NO_BUS. */
 QVSIM_API int qvsim_trigger_period_get(int id, double* period_us);
+
+/* ---------------------------------------------------------------- capture and replay
+ *
+ * A capture file receives every transfer the sensor sends on pipe 0x82, whichever
+ * process reads it: a record per pipe read (empty ones too) naming the request that
+ * started the bytes, then the bytes (format in docs/sim.md). Replaying a capture file
+ * serves its measurement bytes, in order, in place of the signal model: runs start,
+ * stop, wait for triggers and take their time as before, but their bytes come from
+ * the file until it has no more, after which reads time out. Paths are made absolute
+ * (at most 255 characters) and the files are opened by the process that moves the
+ * bytes; capture and replay outlive unplug. */
+
+/* Starts a capture into path, replacing any file there (and any capture running).
+ * Returns QVSIM_OK, QVSIM_E_ARG (NULL, empty or too long), QVSIM_E_IO (cannot be
+ * written), QVSIM_E_NO_SENSOR, QVSIM_E_NO_BUS. */
+QVSIM_API int qvsim_capture_start(int id, const char* path);
+
+/* Ends the capture (the file stays). Returns QVSIM_OK, QVSIM_E_STATE (none running),
+ * QVSIM_E_NO_SENSOR, QVSIM_E_NO_BUS. */
+QVSIM_API int qvsim_capture_stop(int id);
+
+/* Serves the measurement bytes of the capture file at path from its start. Returns
+ * QVSIM_OK, QVSIM_E_ARG (NULL, empty or too long), QVSIM_E_IO (cannot be read),
+ * QVSIM_E_BAD_FILE (not a capture file of this version), QVSIM_E_NO_SENSOR, QVSIM_E_NO_BUS. */
+QVSIM_API int qvsim_replay_start(int id, const char* path);
+
+/* Back to the signal model. Returns QVSIM_OK, QVSIM_E_STATE (no replay), QVSIM_E_NO_SENSOR,
+ * QVSIM_E_NO_BUS. */
+QVSIM_API int qvsim_replay_stop(int id);
 
 /* Short English text for a QVSIM_E_ code. Never NULL. */
 QVSIM_API const char* qvsim_strerror(int code);

@@ -59,12 +59,30 @@ void StopAcquisition(SensorRecord& sensor);
 std::uint32_t ProduceMeasurementBytes(SensorRecord& sensor, const TimingModel& timing, std::uint8_t* out,
                                       std::uint32_t length, std::uint32_t timeoutMs, std::uint64_t* readyNs);
 
+// What a pipe 0x82 transfer carried: the request that started it (193 / 194 for a
+// measurement run with its count, 177 for a sweep with its command, 0 for bytes a
+// test queued).
+struct PipeSource {
+    std::uint8_t request = 0;
+    std::uint8_t payloadLength = 0;
+    std::uint8_t payload[4] = {};
+};
+
+// Capture and replay (capture.cpp). Begin functions return a QVSIM_ code.
+int CaptureBegin(SensorRecord& sensor, const char* path);
+void CaptureTransfer(SensorRecord& sensor, const PipeSource& source, std::uint32_t asked, std::uint32_t timeoutMs,
+                     const std::uint8_t* data, std::uint32_t moved);
+int ReplayBegin(SensorRecord& sensor, const char* path);
+// Up to length bytes of the captured transfers started by `request` (193 and 194
+// count as one kind), in order; fewer once the file has no more.
+std::uint32_t ReplayTake(SensorRecord& sensor, int request, std::uint8_t* out, std::uint32_t length);
+
 // Bulk pipes (bulk.cpp). ProduceBulkIn fills at most length bytes for a read of pipe
 // 0x82 and returns how many; 0 means the sensor has nothing to send and the read times
 // out. Bytes queued by tests come first, then measurement blocks. ConsumeBulkOut
 // takes a write to pipe 0x01.
 std::uint32_t ProduceBulkIn(SensorRecord& sensor, const TimingModel& timing, std::uint8_t* out, std::uint32_t length,
-                            std::uint32_t timeoutMs, std::uint64_t* readyNs);
+                            std::uint32_t timeoutMs, std::uint64_t* readyNs, PipeSource* source);
 void ConsumeBulkOut(SensorRecord& sensor, const std::uint8_t* data, std::uint32_t length);
 bool QueueBulkIn(SensorRecord& sensor, const std::uint8_t* data, std::uint32_t length);
 

@@ -28,6 +28,8 @@ constexpr const char* kUsage =
     "  signal ID [cw DBM | pulse --period US --width US --on DBM --off DBM]\n"
     "      [--noise DB] [--seed N] [--freq HZ]   the signal at the sensor's input\n"
     "  trigger ID [--every US]       fire one trigger edge, or set a periodic trigger (0: none)\n"
+    "  capture ID FILE | capture ID --stop   record every pipe 0x82 transfer into FILE\n"
+    "  replay ID FILE | replay ID --stop     serve FILE's measurement bytes instead of the signal\n"
     "  fault ID KIND [CODE] [--count N|always] [--skip N] [--arg N]\n"
     "      KIND: fail empty no-echo bad-252 bad-253 pipe-timeout pipe-short\n"
     "            open-fails string-fails throws unplug\n"
@@ -289,9 +291,9 @@ int CommandState(int id) {
                 s.memory_position, s.write_open, s.ignored_writes, s.working_location);
     std::printf("bulk in pending %d\nhandles opened %u closed %u\n", s.bulk_in_pending, s.opens, s.closes);
     std::printf("measuring %d (count %d, blocks sent %llu, overruns %llu)\ntrigger out level %d (edges %u)\n"
-                "pending triggers %u\n",
+                "pending triggers %u\ncapturing %d (transfers %u, failures %u)\nreplaying %d\n",
                 s.measuring, s.measure_count, s.blocks_sent, s.overruns, s.trigger_out_level, s.trigger_out_edges,
-                s.pending_triggers);
+                s.pending_triggers, s.capturing, s.capture_transfers, s.capture_failures, s.replaying);
     return kExitOk;
 }
 
@@ -402,6 +404,15 @@ int CommandTrigger(Arguments args) {
     return kExitOk;
 }
 
+int CommandFiles(Arguments args, bool capture) {
+    const bool stop = args.option("--stop").has_value();
+    args.Finish(stop ? 1 : 2, stop ? 1 : 2);
+    const int id = SensorId(args.at(0));
+    if (stop) Check(capture ? qvsim_capture_stop(id) : qvsim_replay_stop(id));
+    else Check(capture ? qvsim_capture_start(id, args.at(1).c_str()) : qvsim_replay_start(id, args.at(1).c_str()));
+    return kExitOk;
+}
+
 int CommandCreate(Arguments args, const char* bus) {
     std::vector<SensorLine> sensors;
     if (auto from = args.option("--from")) sensors = ReadBusDescription(*from);
@@ -424,6 +435,8 @@ int Run(const std::string& command, std::vector<std::string> words, const char* 
     if (command == "timing") return CommandTiming(Arguments(std::move(words), {}));
     if (command == "signal") return CommandSignal(Arguments(std::move(words), {}));
     if (command == "trigger") return CommandTrigger(Arguments(std::move(words), {}));
+    if (command == "capture" || command == "replay")
+        return CommandFiles(Arguments(std::move(words), {"--stop"}), command == "capture");
     Arguments args(std::move(words), {"--clear"});
     if (command == "list") {
         args.Finish(0, 0);
