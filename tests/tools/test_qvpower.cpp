@@ -57,7 +57,9 @@ protected:
         ToolRun run{RunProcess(args, options), {}};
         std::ostringstream text;
         text << std::ifstream(out).rdbuf();
-        run.output = text.str();
+        // Lines end in CR LF on Windows.
+        for (char c : text.str())
+            if (c != '\r') run.output += c;
         return run;
     }
 
