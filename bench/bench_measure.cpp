@@ -8,12 +8,8 @@
 //   qv_test_env bench/bench_measure
 #include <benchmark/benchmark.h>
 
-#include <cstring>
-#include <vector>
-
 #include "frame/shared_table.h"
 #include "measure/conversion.h"
-#include "measure/raw_blocks.h"
 #include "qv_api2.h"
 #include "sim/qvsim.h"
 
@@ -54,11 +50,14 @@ void BM_ConvertBlock(benchmark::State& state) {
     const int slot = static_cast<int>(state.range(0));
     const double dbm = static_cast<double>(state.range(1));
     qv::DeviceRecord& r = qv::Slot(slot);
-    const int id = qvsim_sensor_at_index(slot);
-    const std::vector<std::uint8_t> block = qv::test::RawBlocks(id, 1, [dbm](int) { return dbm; }, 1.0e9);
-    std::memcpy(r.samples.raw, block.data(), block.size());
-    qv::SampleBuffers& b = r.samples;
+    // One reading of the simulated signal leaves its block in the raw buffer.
     double reading = 0;
+    if (qvsim_set_cw_power(qvsim_sensor_at_index(slot), dbm) != QVSIM_OK ||
+        QV_SetAverages(r.address, 1) != 1 || QV_MeasureCW(r.address, &reading) != 1) {
+        state.SkipWithError("no reading");
+        return;
+    }
+    qv::SampleBuffers& b = r.samples;
     for (auto _ : state) {
         std::int32_t loT = qv::kTempSampleCapacity, hiT = qv::kTempSampleCapacity;
         std::int32_t loP = qv::kPowerSampleCapacity, hiP = qv::kPowerSampleCapacity;

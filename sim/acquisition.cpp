@@ -84,6 +84,7 @@ std::uint32_t ProduceMeasurementBytes(SensorRecord& sensor, const TimingModel& t
     const bool gated = sensor.state.triggerInEnabled != 0;
     const std::uint64_t readingBlocks = run.count > 0 ? run.count : gated ? 1 : kNever;
     std::uint64_t lastReadyNs = nowNs;
+    bool cutShort = false;
     std::uint32_t moved = 0;
     std::uint8_t block[kBlockBytes];
 
@@ -114,7 +115,10 @@ std::uint32_t ProduceMeasurementBytes(SensorRecord& sensor, const TimingModel& t
         }
         const std::uint64_t startNs = run.readingStartNs + run.block * periodNs;
         const std::uint64_t finishedNs = startNs + periodNs;
-        if (timed && finishedNs > deadlineNs) break;
+        if (timed && finishedNs > deadlineNs) {
+            cutShort = true;
+            break;
+        }
         lastReadyNs = std::max(lastReadyNs, finishedNs);
         std::uint32_t taken = std::min<std::uint32_t>(kBlockBytes - run.partialBytes, length - moved);
         if (sensor.files.replayPath[0] != '\0') {
@@ -138,8 +142,9 @@ std::uint32_t ProduceMeasurementBytes(SensorRecord& sensor, const TimingModel& t
             }
         }
     }
-    if (timed && moved > 0) *readyNs = lastReadyNs - nowNs;
-    if (timed && moved > 0 && moved < length) *readyNs = deadlineNs - nowNs;  // cut short by the time-out
+    // A read the time-out cut short ends at its time-out; one that got all the sensor
+    // will send ends with the last block.
+    if (timed && moved > 0) *readyNs = (cutShort ? deadlineNs : lastReadyNs) - nowNs;
     return moved;
 }
 

@@ -1,11 +1,9 @@
-// A simulated sensor initialised by this process, and blocks of raw counts
-// for it made from a known input power through its own detector model.
+// A simulated sensor initialised by this process, with a known signal at its
+// input.
 #pragma once
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cmath>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -14,7 +12,6 @@
 #include "frame/shared_table.h"
 #include "platform/platform.h"
 #include "qv_api2.h"
-#include "measure/raw_blocks.h"
 #include "support/sim_fixture.h"
 
 namespace qv::test {
@@ -46,19 +43,18 @@ protected:
     static DeviceRecord& Record() { return Slot(0); }
     static InstrumentState& Current() { return Slot(0).current; }
 
-    // Queues the blocks of `blocks` acquisitions-worth of samples.
-    void Queue(int blocks, const std::function<double(int)>& dbm) {
-        const std::vector<std::uint8_t> raw = RawBlocks(id_, blocks, dbm, freqHz_);
-        ASSERT_EQ(qvsim_bulk_in_push(id_, raw.data(), static_cast<int>(raw.size())),
-                  static_cast<int>(raw.size()));
-    }
-    void QueueCW(int blocks, double dbm) {
-        Queue(blocks, [dbm](int) { return dbm; });
+    // The sensor's input: CW at `dbm`, or whatever `change` makes of the signal.
+    void SetPower(double dbm) { ASSERT_EQ(qvsim_set_cw_power(id_, dbm), QVSIM_OK); }
+    void SetSignal(const std::function<void(qvsim_signal&)>& change) {
+        qvsim_signal signal {};
+        ASSERT_EQ(qvsim_signal_get(id_, &signal), QVSIM_OK);
+        change(signal);
+        ASSERT_EQ(qvsim_signal_set(id_, &signal), QVSIM_OK);
     }
 
-    // A CW reading of `dbm` at the input, with the blocks it takes queued first.
+    // A CW reading of `dbm` at the input.
     double ReadCW(double dbm, std::int32_t expected = 1) {
-        QueueCW(Current().Averages, dbm);
+        SetPower(dbm);
         double reading = -12345;
         EXPECT_EQ(QV_MeasureCW(kMeasAddr, &reading), expected);
         return reading;
@@ -82,7 +78,6 @@ protected:
     }
 
     const char* product_ = "QV442A";  // model 8: class P, band -30..-20 dBm
-    double freqHz_ = 1.0e9;
     int id_ = -1;
 };
 

@@ -32,8 +32,11 @@ struct FlagStep {
 
 class StreamFlags : public MeasureTest {
 protected:
+    // Triggered mode switches the sensor's trigger input on (191): edges come
+    // every 500 us.
     void SetTriggerOutput(int on) {
         ASSERT_EQ(QV_SetTTLTriggerOutEnabled(kMeasAddr, on), 1);
+        ASSERT_EQ(qvsim_trigger_periodic(id_, 500), QVSIM_OK);
         qvsim_transcript_clear(id_);
     }
 };
@@ -56,50 +59,38 @@ TEST_F(StreamFlags, DecideWhichRequestsEachReadingSends) {
         {"trigger output off: the stream was dropped and is armed again",
          [this] { SetTriggerOutput(0); }, 1, kStart},
         {"streaming once more", [] {}, 1, kNothing},
+        // Switching the recorder on stopped the sensor (179 195 187): two
+        // reads find nothing, and the third is re-armed.
+        {"recorder mode keeps the flags and re-arms a stopped stream",
+         [this] {
+             ASSERT_EQ(QV_SetRecorderOutEnabled(kMeasAddr, 1), 1);
+             qvsim_transcript_clear(id_);
+         },
+         1, {"IN 194"}},
+        {"then streams", [] {}, 1, kNothing},
+        {"a pulse reading in recorder mode drops the stream and switches the output off", [] {}, 1,
+         {"OUT 193", "IN 194", "IN 179", "IN 195", "IN 187", "IN 198"}, true},
+        {"so the next reading arms it again", [] {}, 1, kStart},
     };
     for (const FlagStep& step : steps) {
         SCOPED_TRACE(step.what);
         step.before();
         Current().Averages = step.averages;
-        QueueCW(step.averages, -30.0);
         double a = 0, b = 0, c = 0, d = 0;
         ASSERT_EQ(step.pulse ? QV_MeasurePulse(kMeasAddr, &a, &b, &c, &d) : QV_MeasureCW(kMeasAddr, &a), 1);
         EXPECT_EQ(NewRequests(), step.requests);
-        EXPECT_EQ(State(id_).bulk_in_pending, 0);  // every queued block was read
     }
-}
-
-TEST_F(MeasureTest, StartRequestsCarryTheBlockCount) {
-    Current().Averages = 42;
-    ReadCW(-30);
-    Current().Averages = 1;
-    ReadCW(-30);
-    EXPECT_EQ(StartPayloads(), (std::vector<int>{42, 0}));  // 0 arms a continuous stream
-}
-
-TEST_F(MeasureTest, RecorderModeArmsTheStreamOnceAndShowsEachReading) {
-    ASSERT_EQ(QV_SetRecorderOutEnabled(kMeasAddr, 1), 1);
-    qvsim_transcript_clear(id_);
-    Current().Averages = 1;
-    ReadCW(-5.0);
-    EXPECT_EQ(NewRequests(), kStart);
-    // Levels -20 .. 10 dBm: -5 dBm is half way.
-    EXPECT_NEAR(State(id_).recorder_word, 26214, 60);  // within 0.035 dB
-    ReadCW(-20.0);
-    EXPECT_EQ(NewRequests(), kNothing);
-    EXPECT_NEAR(State(id_).recorder_word, 0, 30);
 }
 
 // ---------------------------------------------------------------- averaging split
 
 TEST_F(MeasureTest, AveragesAbove100AreSplitIntoEqualRunsAndKept) {
     Current().Averages = 150;
-    QueueCW(2 * 76, -20.0);
+    SetPower(-20.0);
     double reading = 0;
     ASSERT_EQ(QV_MeasureCW(kMeasAddr, &reading), 1);
     EXPECT_NEAR(reading, -20.0, 0.03);
     EXPECT_EQ(StartPayloads(), (std::vector<int>{76, 76}));
-    EXPECT_EQ(State(id_).bulk_in_pending, 0);
     EXPECT_EQ(Current().Averages, 150);
 
     // The second run finds no data: the reading fails, the setting stays.
@@ -107,36 +98,6 @@ TEST_F(MeasureTest, AveragesAbove100AreSplitIntoEqualRunsAndKept) {
     EXPECT_EQ(QV_MeasureCW(kMeasAddr, &reading), QV_ERR_ACQUISITION);
     EXPECT_EQ(Current().Averages, 150);
 }
-
-// ---------------------------------------------------------------- accuracy
-
-struct AccuracyCase {
-    const char* product;
-    double dbm;
-};
-
-class Accuracy : public MeasureTest, public ::testing::WithParamInterface<AccuracyCase> {
-protected:
-    Accuracy() { product_ = GetParam().product; }
-};
-
-TEST_P(Accuracy, ReadingAgreesWithTheInputPower) {
-    Current().Averages = 4;
-    EXPECT_NEAR(ReadCW(GetParam().dbm), GetParam().dbm, 0.03);
-}
-
-// QV442A: class P, band -30..-20 dBm; OEM: class S, low group.
-INSTANTIATE_TEST_SUITE_P(
-    Levels, Accuracy,
-    ::testing::Values(AccuracyCase {"QV442A", -60}, AccuracyCase {"QV442A", -41},
-                      AccuracyCase {"QV442A", -29}, AccuracyCase {"QV442A", -25},
-                      AccuracyCase {"QV442A", -21}, AccuracyCase {"QV442A", -5},
-                      AccuracyCase {"QV442A", 15}, AccuracyCase {"OEM", -55},
-                      AccuracyCase {"OEM", -25}, AccuracyCase {"OEM", 0}),
-    [](const auto& i) {
-        return std::string(i.param.product) + "_" + (i.param.dbm < 0 ? "minus" : "") +
-               std::to_string(static_cast<int>(std::fabs(i.param.dbm)));
-    });
 
 TEST_F(MeasureTest, ASensorBeyondItsTemperatureTableIsReadWithTheEndRow) {
     Current().Averages = 2;
@@ -149,7 +110,7 @@ TEST_F(MeasureTest, ASensorBeyondItsTemperatureTableIsReadWithTheEndRow) {
 TEST_F(MeasureTest, FrequencyChangeRebuildsTheRowsBeforeTheReading) {
     Current().Averages = 2;
     ASSERT_EQ(QV_SetFrequency(kMeasAddr, 6.0e9), 1);
-    freqHz_ = 6.0e9;
+    SetSignal([](qvsim_signal& s) { s.freq_hz = 6.0e9; });
     EXPECT_NEAR(ReadCW(-12.0), -12.0, 0.03);
     EXPECT_EQ(Record().tempRows[0].freq, 6.0e9);
 }
@@ -204,11 +165,13 @@ TEST_F(MeasureTest, RelativeReadingsAreJudgedAndShownAsTheAbsolutePower) {
     Current().Averages = 2;
     Current().PowerUnits = QV_UNIT_DB_REL;
     Current().CWRef = -10.0;
-    ASSERT_EQ(QV_SetSingleSidedLimit(kMeasAddr, -30.0, QV_UNIT_DBM, 2), 1);  // below -30 fails
-    ASSERT_EQ(QV_SetLimitEnabled(kMeasAddr, QV_LIMITS_SINGLE_SIDED), 1);
-    QueueCW(2, -25.0);
+    SetPower(-25.0);
     double reading = 0;
     std::int32_t verdict = -1;
+    ASSERT_EQ(QV_MeasureCW_PF(kMeasAddr, &reading, &verdict), 1);
+    EXPECT_EQ(verdict, QV_LIMIT_NOT_EVALUATED);  // limits off
+    ASSERT_EQ(QV_SetSingleSidedLimit(kMeasAddr, -30.0, QV_UNIT_DBM, 2), 1);  // below -30 fails
+    ASSERT_EQ(QV_SetLimitEnabled(kMeasAddr, QV_LIMITS_SINGLE_SIDED), 1);
     ASSERT_EQ(QV_MeasureCW_PF(kMeasAddr, &reading, &verdict), 1);
     EXPECT_NEAR(reading, -15.0, 0.03);
     EXPECT_EQ(verdict, QV_LIMIT_PASS);  // -25 dBm, not -9999.999
@@ -217,15 +180,6 @@ TEST_F(MeasureTest, RelativeReadingsAreJudgedAndShownAsTheAbsolutePower) {
     ASSERT_EQ(QV_SetRecorderOutEnabled(kMeasAddr, 1), 1);
     EXPECT_NEAR(ReadCW(-5.0), 5.0, 0.03);
     EXPECT_NEAR(State(id_).recorder_word, 26214, 60);  // shows -5 dBm
-}
-
-TEST_F(MeasureTest, LimitsOffGiveNotEvaluated) {
-    Current().Averages = 1;
-    QueueCW(1, -25.0);
-    double reading = 0;
-    std::int32_t verdict = -1;
-    ASSERT_EQ(QV_MeasureCW_PF(kMeasAddr, &reading, &verdict), 1);
-    EXPECT_EQ(verdict, QV_LIMIT_NOT_EVALUATED);
 }
 
 // ---------------------------------------------------------------- smoothing through the exports
@@ -241,73 +195,18 @@ TEST_F(MeasureTest, ExtendedAveragingAndMaxHoldFollowTheReadings) {
     ASSERT_EQ(QV_SetExtendedAveragingEnabled(kMeasAddr, 0), 1);
 
     ASSERT_EQ(QV_SetMaxHoldEnabled(kMeasAddr, 1), 1);
-    EXPECT_NEAR(ReadCW(-20), -20, 0.03);
-    const double held = ReadCW(-10);
-    EXPECT_NEAR(held, -10, 0.03);
-    EXPECT_EQ(ReadCW(-30), held);
+    EXPECT_NEAR(ReadCW(-10), -10, 0.03);
+    EXPECT_NEAR(ReadCW(-30), -10, 0.03);
     // A pulse reading between two CW readings restarts the CW hold.
-    QueueCW(1, -40);
     double p = 0, pk = 0, avg = 0, dc = 0;
     ASSERT_EQ(QV_MeasurePulse(kMeasAddr, &p, &pk, &avg, &dc), 1);
     EXPECT_NEAR(ReadCW(-30), -30, 0.03);
     ASSERT_EQ(QV_ResetMaxHold(kMeasAddr), 1);
     EXPECT_NEAR(ReadCW(-35), -35, 0.03);
-
-    std::int32_t value = 0;
-    ASSERT_EQ(QV_GetMaxHoldEnabled(kMeasAddr, &value), 1);
-    EXPECT_EQ(value, 1);
-    ASSERT_EQ(QV_GetExtendedAveraging(kMeasAddr, &value), 1);
-    EXPECT_EQ(value, 4);
-    EXPECT_EQ(QV_GetExtendedAveragingEnabled(kMeasAddr + 1, &value), -1);  // no such sensor
-    EXPECT_EQ(QV_GetMaxHoldEnabled(kMeasAddr, nullptr), -1);
 }
 
 // ---------------------------------------------------------------- pulse readings
 
-TEST_F(MeasureTest, PulseReadingOfACWSignalIsAllPulse) {
-    Current().Averages = 10;
-    QueueCW(10, -12.0);
-    double pulse = 0, peak = 0, average = 0, dc = 0;
-    ASSERT_EQ(QV_MeasurePulse(kMeasAddr, &pulse, &peak, &average, &dc), 1);
-    EXPECT_NEAR(pulse, -12.0, 0.05);
-    EXPECT_NEAR(average, -12.0, 0.05);
-    EXPECT_NEAR(peak, -12.0, 0.1);
-    EXPECT_NEAR(dc, 1.0, 0.01);
-    EXPECT_EQ(Current().MeasMode, 3);
-}
-
-struct PulseCase {
-    const char* name;
-    double on, off;   // dBm
-    int width;        // samples on out of every 126
-    int averages;
-};
-
-class PulseReading : public MeasureTest, public ::testing::WithParamInterface<PulseCase> {};
-
-TEST_P(PulseReading, GivesPowerPeakAverageAndDutyCycleOfThePulseTrain) {
-    const PulseCase& c = GetParam();
-    Current().Averages = c.averages;
-    const int blocks = c.averages > 100 ? 2 * (c.averages / 2 + 1) : c.averages;
-    Queue(blocks, [&](int i) { return i % 126 < c.width ? c.on : c.off; });
-    double pulse = 0, peak = 0, average = 0, dc = 0;
-    ASSERT_EQ(QV_MeasurePulse(kMeasAddr, &pulse, &peak, &average, &dc), 1);
-    const double duty = c.width / 126.0;
-    EXPECT_NEAR(pulse, c.on, 0.05);
-    EXPECT_NEAR(peak, c.on, 0.1);
-    EXPECT_NEAR(dc, duty, 0.01);
-    EXPECT_NEAR(average, Dbm(duty * Mw(c.on) + (1 - duty) * Mw(c.off)), 0.05);
-    EXPECT_EQ(Current().Averages, c.averages);
-}
-
-const PulseCase kPulses[] = {
-    {"HighPowerTenPerCent", 5.0, -50.0, 13, 4},
-    {"LowPowerHalf", -45.0, -65.0, 63, 4},
-    {"InTheBandQuarter", -24.0, -60.0, 32, 4},
-    {"SplitAcquisitionRefinedFromHistograms", 0.0, -50.0, 38, 150},
-};
-INSTANTIATE_TEST_SUITE_P(Trains, PulseReading, ::testing::ValuesIn(kPulses),
-                         [](const auto& i) { return std::string(i.param.name); });
 
 TEST_F(MeasureTest, RelativePulseReadingsAndTheirVerdict) {
     Current().Averages = 4;
@@ -315,7 +214,9 @@ TEST_F(MeasureTest, RelativePulseReadingsAndTheirVerdict) {
     ASSERT_EQ(QV_SetPulseReference(kMeasAddr, -20.0, -20.0, -30.0, 50.0, QV_UNIT_DBM), 1);
     ASSERT_EQ(QV_SetSingleSidedLimit(kMeasAddr, -25.0, QV_UNIT_DBM, 2), 1);
     ASSERT_EQ(QV_SetLimitEnabled(kMeasAddr, QV_LIMITS_SINGLE_SIDED), 1);
-    Queue(4, [](int i) { return i % 126 < 76 ? -10.0 : -60.0; });
+    SetSignal([](qvsim_signal& s) {
+        s.kind = QVSIM_SIGNAL_PULSE, s.period_us = 252, s.width_us = 152, s.on_dbm = -10, s.off_dbm = -60;
+    });
     double pulse = 0, peak = 0, average = 0, dc = 0;
     std::int32_t verdict = -1;
     ASSERT_EQ(QV_MeasurePulse_PF(kMeasAddr, &pulse, &peak, &average, &dc, &verdict), 1);
@@ -325,16 +226,25 @@ TEST_F(MeasureTest, RelativePulseReadingsAndTheirVerdict) {
     EXPECT_EQ(Current().MeasMode, 4);
 }
 
-TEST_F(MeasureTest, APulseReadingSwitchesTheRecorderOutputOff) {
-    ASSERT_EQ(QV_SetRecorderOutEnabled(kMeasAddr, 1), 1);
-    qvsim_transcript_clear(id_);
-    Current().Averages = 1;
-    QueueCW(1, -20.0);
-    double pulse = 0, peak = 0, average = 0, dc = 0;
-    ASSERT_EQ(QV_MeasurePulse(kMeasAddr, &pulse, &peak, &average, &dc), 1);
-    EXPECT_EQ(NewRequests(), (Strings{"OUT 193", "IN 194", "IN 179", "IN 195", "IN 187", "IN 198"}));
-    EXPECT_EQ(Current().RecorderOutEnabled, 0);
-    EXPECT_EQ(Record().streamArmed, 0);
+TEST_F(MeasureTest, ReadingsAreReproducedBitForBitFromACapture) {
+    const std::string path = platform::GetEnv("QV_TEST_TMPDIR") + "/readings.qvcap";
+    Current().Averages = 8;
+    SetSignal([](qvsim_signal& s) {
+        s.kind = QVSIM_SIGNAL_PULSE, s.period_us = 100, s.width_us = 30, s.on_dbm = -22, s.off_dbm = -50;
+        s.noise_db = 0.2, s.seed = 11;
+    });
+    auto readings = [&] {
+        std::vector<double> r(5);
+        EXPECT_EQ(QV_MeasurePulse(kMeasAddr, &r[0], &r[1], &r[2], &r[3]), 1);
+        EXPECT_EQ(QV_MeasureCW(kMeasAddr, &r[4]), 1);
+        return r;
+    };
+    ASSERT_EQ(qvsim_capture_start(id_, path.c_str()), QVSIM_OK);
+    const std::vector<double> taken = readings();
+    ASSERT_EQ(qvsim_capture_stop(id_), QVSIM_OK);
+    SetPower(0.0);  // the signal model is not what replays
+    ASSERT_EQ(qvsim_replay_start(id_, path.c_str()), QVSIM_OK);
+    EXPECT_EQ(readings(), taken);
 }
 
 // ---------------------------------------------------------------- sensors that fail
@@ -397,5 +307,99 @@ TEST_F(MeasureTest, MeasurementsRefuseSensorsTheCallerDoesNotOwn) {
     Record().ownerPid = platform::CurrentProcessId();
     EXPECT_EQ(Requests(id_), kNothing);
 }
+
+}  // namespace
+
+// ---------------------------------------------------------------- the simulated signal, end to end
+
+namespace {
+
+struct ModeCase {
+    const char* name;
+    std::function<void(int id)> set;
+    std::int32_t averages;
+};
+
+class SignalReading : public MeasureTest,
+                      public ::testing::WithParamInterface<std::tuple<ModeCase, double>> {};
+
+TEST_P(SignalReading, AgreesWithTheSimulatedPowerInEveryMode) {
+    const auto& [mode, dbm] = GetParam();
+    Current().Averages = mode.averages;
+    mode.set(id_);
+    ASSERT_EQ(qvsim_set_cw_power(id_, dbm), QVSIM_OK);
+    for (int i = 0; i < 3; ++i) {
+        double reading = 0;
+        ASSERT_EQ(QV_MeasureCW(kMeasAddr, &reading), 1) << i;
+        EXPECT_NEAR(reading, dbm, 0.03) << i;
+    }
+}
+
+const ModeCase kModes[] = {
+    {"Streaming", [](int) {}, 1},
+    {"SeventyFiveBlocks", [](int) {}, 75},
+    {"SplitInTwo", [](int) {}, 150},
+    {"TriggerInput",
+     [](int id) {
+         ASSERT_EQ(QV_SetTTLTriggerInEnabled(kMeasAddr, 1), 1);
+         ASSERT_EQ(qvsim_trigger_periodic(id, 500), QVSIM_OK);
+     },
+     4},
+    {"TriggerOutputPulsed",
+     [](int id) {
+         ASSERT_EQ(QV_SetTTLTriggerOutEnabled(kMeasAddr, 1), 1);
+         ASSERT_EQ(qvsim_trigger_periodic(id, 500), QVSIM_OK);  // the sequence turns the input on
+     },
+     4},
+    {"Recorder", [](int) { ASSERT_EQ(QV_SetRecorderOutEnabled(kMeasAddr, 1), 1); }, 1},
+};
+
+INSTANTIATE_TEST_SUITE_P(Modes, SignalReading,
+                         ::testing::Combine(::testing::ValuesIn(kModes),
+                                            ::testing::Values(-55.0, -25.0, 0.0, 12.0)),
+                         [](const auto& i) {
+                             const double dbm = std::get<1>(i.param);
+                             return std::string(std::get<0>(i.param).name) + "_" +
+                                    (dbm < 0 ? "minus" : "") + std::to_string(static_cast<int>(std::fabs(dbm)));
+                         });
+
+struct SignalPulseCase {
+    const char* name;
+    double periodUs, widthUs, on, off, noiseDb;
+    std::int32_t averages;
+};
+
+class SignalPulse : public MeasureTest, public ::testing::WithParamInterface<SignalPulseCase> {};
+
+TEST_P(SignalPulse, ReadsTheSimulatedPulseTrain) {
+    const SignalPulseCase& c = GetParam();
+    Current().Averages = c.averages;
+    SetSignal([&](qvsim_signal& s) {
+        s.kind = QVSIM_SIGNAL_PULSE;
+        s.period_us = c.periodUs, s.width_us = c.widthUs, s.on_dbm = c.on, s.off_dbm = c.off;
+        s.noise_db = c.noiseDb, s.seed = 7;
+    });
+    double pulse = 0, peak = 0, average = 0, dc = 0;
+    ASSERT_EQ(QV_MeasurePulse(kMeasAddr, &pulse, &peak, &average, &dc), 1);
+    const double duty = c.widthUs / c.periodUs;
+    EXPECT_NEAR(pulse, c.on, 0.05 + c.noiseDb);
+    EXPECT_NEAR(dc, duty, 0.02);
+    EXPECT_NEAR(average, Dbm(duty * Mw(c.on) + (1 - duty) * Mw(c.off)), 0.05 + c.noiseDb);
+    EXPECT_GE(peak, pulse - 0.01);
+    EXPECT_EQ(Current().MeasMode, 3);
+}
+
+// Periods that divide a block's 252 us, so that every acquisition holds whole
+// periods and the duty cycle of its samples is the signal's.
+const SignalPulseCase kSignalPulses[] = {
+    {"CWIsAllPulse", 252, 252, -12.0, -12.0, 0.0, 10},
+    {"TenPerCentOnTheLsPath", 252, 26, 3.0, -60.0, 0.0, 20},
+    {"HalfOnTheHsPath", 84, 42, -40.0, -65.0, 0.0, 20},
+    {"NinetyPerCentInTheBand", 252, 226, -24.0, -50.0, 0.0, 20},
+    {"WithNoise", 126, 38, -5.0, -60.0, 0.05, 20},
+    {"SplitAcquisition", 126, 38, -5.0, -60.0, 0.0, 120},
+};
+INSTANTIATE_TEST_SUITE_P(Trains, SignalPulse, ::testing::ValuesIn(kSignalPulses),
+                         [](const auto& i) { return std::string(i.param.name); });
 
 }  // namespace
