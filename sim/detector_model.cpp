@@ -183,7 +183,10 @@ DetectorModel MakeDetectorModel(const char* serial, const char* product) {
     const double perKelvin = model.countsPerKelvin;
     for (PathParameters& p : model.path) {
         p.countTop = draw.Uniform(52000.0, 56000.0);
-        p.countFloor = draw.Uniform(1800.0, 2600.0);
+        // The hs path keeps well clear of the ADC's zero at its top level, so that
+        // continued beyond it it still counts through the highest crossover band
+        // (-8 dBm), as a real head's does.
+        p.countFloor = draw.Uniform(1800.0, 2600.0) + (&p == &model.path[kPathHs] ? 8000.0 : 0.0);
         p.curvature = draw.Uniform(1.6, 2.4);
         // Sensitivity stays within +-1.5 dB, so counts at the grid levels stay
         // inside 16 bits at the calibration temperature.

@@ -379,9 +379,9 @@ TEST_F(SimSignals, DetectorGoesOnStraightAboveItsTopLevel) {
         }
     }
     // The ADC holds what goes below 0.
-    ASSERT_EQ(qvsim_set_cw_power(id_, 10.0), QVSIM_OK);
+    ASSERT_EQ(qvsim_set_cw_power(id_, QVSIM_SIGNAL_MAX_DBM), QVSIM_OK);
     ASSERT_EQ(Start(1), 1);
-    EXPECT_EQ(Split(Read(512)).hs[0], 0);
+    EXPECT_EQ(Split(Read(512)).ls[0], 0);
 }
 
 // ---------------------------------------------------------------- capture and replay
