@@ -1,0 +1,263 @@
+// qvpower against a simulated bus: what it prints, what it exits with, and
+// its model table held against the library.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "qv_api2.h"
+#include "qvpower_sensors.h"
+#include "support/process.h"
+#include "support/sim_fixture.h"
+
+namespace qv::test {
+namespace {
+
+struct ToolRun {
+    int status;
+    std::string output;  // standard output and error together
+
+    std::vector<nlohmann::json> JsonLines() const {
+        std::vector<nlohmann::json> objects;
+        std::istringstream lines(output);
+        for (std::string line; std::getline(lines, line);) objects.push_back(nlohmann::json::parse(line));
+        return objects;
+    }
+};
+
+class QvPower : public SimBusTest {
+protected:
+    void SetUp() override {
+        SimBusTest::SetUp();
+        qvsim_sensor_config config;
+        qvsim_sensor_config_init(&config);
+        config.serial = "AB1234";
+        config.product = "QV442A";
+        config.firmware = "V2.03";
+        config.address = 5;
+        config.due_year = 27;
+        config.due_month = 3;
+        config.due_day = 31;
+        first_ = qvsim_sensor_add(&config);
+        ASSERT_GE(first_, 0);
+        second_ = AddSensor("CD5678", 12, "TK8410");
+    }
+
+    static ToolRun Run(std::vector<std::string> args) {
+        const std::string out = std::string(std::getenv("QV_TEST_TMPDIR")) + "/qvpower.out";
+        args.insert(args.begin(), QVPOWER_PATH);
+        ChildOptions options;
+        options.outputFile = out;
+        ToolRun run{RunProcess(args, options), {}};
+        std::ostringstream text;
+        text << std::ifstream(out).rdbuf();
+        // Lines end in CR LF on Windows.
+        for (char c : text.str())
+            if (c != '\r') run.output += c;
+        return run;
+    }
+
+    int first_ = -1, second_ = -1;
+};
+
+TEST_F(QvPower, ListsEverySensorWithItsModelAndOwner) {
+    const ToolRun text = Run({"list"});
+    ASSERT_EQ(text.status, 0) << text.output;
+    EXPECT_NE(text.output.find("AB1234"), std::string::npos) << text.output;
+    EXPECT_NE(text.output.find("TK8410 or TKS8410"), std::string::npos) << text.output;
+
+    const ToolRun json = Run({"list", "--json"});
+    ASSERT_EQ(json.status, 0) << json.output;
+    const std::vector<nlohmann::json> sensors = json.JsonLines();
+    ASSERT_EQ(sensors.size(), 2u);
+    EXPECT_EQ(sensors[0]["serial"], "AB1234");
+    EXPECT_EQ(sensors[0]["address"], 5);
+    EXPECT_EQ(sensors[0]["model_name"], "QV442A");
+    EXPECT_EQ(sensors[0]["owner"], "free");
+    EXPECT_EQ(sensors[1]["model"], 112);
+    EXPECT_EQ(sensors[1]["index"], 2);
+}
+
+// By serial (in any case) and by address, the same identity.
+class QvPowerInfo : public QvPower, public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(QvPowerInfo, TellsModelRangeFirmwareDueDateAndOwner) {
+    const ToolRun run = Run({"info", GetParam(), "--json"});
+    ASSERT_EQ(run.status, 0) << run.output;
+    const nlohmann::json info = run.JsonLines().at(0);
+    EXPECT_EQ(info["serial"], "AB1234");
+    EXPECT_EQ(info["address"], 5);
+    EXPECT_EQ(info["model_name"], "QV442A");
+    EXPECT_EQ(info["min_frequency_hz"], 1e7);
+    EXPECT_EQ(info["max_frequency_hz"], 2e10);
+    EXPECT_EQ(info["firmware"], "V2.03");
+    EXPECT_EQ(info["cal_due"], "2027-03-31");
+    EXPECT_EQ(info["owner"], "free");
+}
+
+INSTANTIATE_TEST_SUITE_P(Names, QvPowerInfo, ::testing::Values("AB1234", "ab1234", "@5"));
+
+TEST_F(QvPower, ShowsAnErasedDueDateAsNotSet) {
+    const ToolRun run = Run({"info", "CD5678"});
+    ASSERT_EQ(run.status, 0) << run.output;
+    EXPECT_NE(run.output.find("cal due date  not set"), std::string::npos) << run.output;
+}
+
+// Each failure exits 1 and names the export, its arguments, its code and
+// what the code means for it; usage errors exit 2.
+struct Failure {
+    std::vector<std::string> args;
+    int status;
+    const char* expected;  // in the output
+};
+
+class QvPowerFails : public QvPower, public ::testing::WithParamInterface<Failure> {};
+
+TEST_P(QvPowerFails, ExitsNonZeroNamingWhatFailed) {
+    const ToolRun run = Run(GetParam().args);
+    EXPECT_EQ(run.status, GetParam().status) << run.output;
+    EXPECT_NE(run.output.find(GetParam().expected), std::string::npos) << run.output;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, QvPowerFails,
+    ::testing::Values(
+        Failure{{"info", "ZZ9999"}, 1, "QV_GetIndex_SN(\"ZZ9999\") returned 0: no sensor on the bus has this serial"},
+        Failure{{"info", "ABC"}, 1, "QV_GetIndex_SN(\"ABC\") returned -2: not a valid serial number"},
+        Failure{{"info", "@77"}, 1, "QV_GetIndex_Addr(77) returned 0: no sensor on the bus has this address"},
+        Failure{{"measure", "cw", "AB1234", "-f", "30GHz"}, 1,
+                "QV_SetFrequency(5, 3e+10) returned -1: the frequency is outside the model's range"},
+        Failure{{"measure", "pulse", "@5", "-f", "5MHz", "--json"}, 1,
+                R"x({"error":{"export":"QV_SetFrequency","call":"QV_SetFrequency(5, 5e+06)","code":-1,)x"},
+        Failure{{"info", "@300"}, 2, "@1 to @255"},
+        Failure{{"measure", "cw", "AB1234", "--averages", "0"}, 2, "--averages"},
+        Failure{{"measure", "cw", "AB1234", "--unit", "furlongs"}, 2, "--unit"},
+        Failure{{"measure", "cw"}, 2, "SENSOR"},
+        Failure{{"list", "--json", "--csv"}, 2, "excludes"}));
+
+// A sensor that misbehaves: the export that meets it is named with its code.
+struct Fault {
+    int kind, code;
+    const char* expected;
+};
+
+class QvPowerFaults : public QvPower, public ::testing::WithParamInterface<Fault> {};
+
+TEST_P(QvPowerFaults, NameTheExportThatMetThem) {
+    AddFault(first_, GetParam().kind, GetParam().code);
+    const ToolRun run = Run({"measure", "cw", "@5", "-a", "2"});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_NE(run.output.find(GetParam().expected), std::string::npos) << run.output;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Sensor, QvPowerFaults,
+    ::testing::Values(
+        Fault{QVSIM_FAULT_OPEN_FAILS, 0, "QV_GetIndex_Addr(5) returned -5: a sensor on the bus could not be opened"},
+        Fault{QVSIM_FAULT_PIPE_TIMEOUT, 0x82, "QV_MeasureCW(5, &reading) returned -13: no reading: the acquisition failed"}));
+
+// Readings of known simulated signals: the tool's options reach the library
+// and its output reads back.
+TEST_F(QvPower, CwReadingsInJsonAgreeWithTheInputPower) {
+    ASSERT_EQ(qvsim_set_cw_power(first_, -12.0), QVSIM_OK);
+    const ToolRun run = Run({"measure", "cw", "AB1234", "-f", "1GHz", "-a", "4", "-n", "3", "--json"});
+    ASSERT_EQ(run.status, 0) << run.output;
+    const std::vector<nlohmann::json> readings = run.JsonLines();
+    ASSERT_EQ(readings.size(), 3u) << run.output;
+    for (int n = 0; n < 3; ++n) {
+        EXPECT_EQ(readings[n]["reading"], n + 1);
+        EXPECT_EQ(readings[n]["sensor"], "AB1234");
+        EXPECT_EQ(readings[n]["unit"], "dBm");
+        EXPECT_NEAR(readings[n]["power"].get<double>(), -12.0, 0.05);
+    }
+}
+
+TEST_F(QvPower, CwReadingInCsvWithOffsetInWatts) {
+    qvsim_signal signal;
+    ASSERT_EQ(qvsim_signal_get(first_, &signal), QVSIM_OK);
+    signal.cw_dbm = -12.0;
+    signal.freq_hz = 2.4e9;
+    ASSERT_EQ(qvsim_signal_set(first_, &signal), QVSIM_OK);
+    const ToolRun run = Run({"measure", "cw", "@5", "-f", "2.4GHz", "-a", "2", "-o", "3", "-u", "w", "--csv"});
+    ASSERT_EQ(run.status, 0) << run.output;
+    std::istringstream lines(run.output);
+    std::string header, row;
+    std::getline(lines, header);
+    std::getline(lines, row);
+    EXPECT_EQ(header, "reading,sensor,address,frequency_hz,power,unit");
+    const std::string prefix = "1,AB1234,5,2400000000.0,";
+    ASSERT_EQ(row.rfind(prefix, 0), 0u) << row;
+    EXPECT_EQ(row.substr(row.rfind(',')), ",W");
+    const double watts = std::stod(row.substr(prefix.size()));
+    EXPECT_NEAR(10 * std::log10(watts / 1e-3), -9.0, 0.05);
+}
+
+TEST_F(QvPower, PulseReadingInJsonHasEveryPart) {
+    // 26 us on in every 252 us: 13 of the 126 samples of each block.
+    qvsim_signal signal;
+    ASSERT_EQ(qvsim_signal_get(first_, &signal), QVSIM_OK);
+    signal.kind = QVSIM_SIGNAL_PULSE;
+    signal.period_us = 252;
+    signal.width_us = 26;
+    signal.on_dbm = 5.0;
+    signal.off_dbm = -50.0;
+    ASSERT_EQ(qvsim_signal_set(first_, &signal), QVSIM_OK);
+    const ToolRun run = Run({"measure", "pulse", "AB1234", "-a", "4", "--json"});
+    ASSERT_EQ(run.status, 0) << run.output;
+    const nlohmann::json r = run.JsonLines().at(0);
+    const double duty = 13 / 126.0;
+    EXPECT_NEAR(r["pulse"].get<double>(), 5.0, 0.05);
+    EXPECT_NEAR(r["peak"].get<double>(), 5.0, 0.1);
+    EXPECT_NEAR(r["average"].get<double>(), 10 * std::log10(duty * std::pow(10, 0.5) + (1 - duty) * 1e-5), 0.05);
+    EXPECT_NEAR(r["duty_cycle"].get<double>(), duty, 0.01);
+    EXPECT_EQ(r["unit"], "dBm");
+}
+
+class QvPowerHelp : public QvPower, public ::testing::WithParamInterface<std::vector<std::string>> {};
+
+TEST_P(QvPowerHelp, EveryCommandHasHelp) {
+    const ToolRun run = Run(GetParam());
+    EXPECT_EQ(run.status, 0) << run.output;
+    EXPECT_NE(run.output.find("Usage:"), std::string::npos) << run.output;
+}
+
+INSTANTIATE_TEST_SUITE_P(Commands, QvPowerHelp,
+                         ::testing::Values(std::vector<std::string>{"--help"},
+                                           std::vector<std::string>{"list", "--help"},
+                                           std::vector<std::string>{"info", "--help"},
+                                           std::vector<std::string>{"measure", "--help"},
+                                           std::vector<std::string>{"measure", "cw", "--help"},
+                                           std::vector<std::string>{"measure", "pulse", "--help"}));
+
+// The tool's own table of model names and ranges against what the library
+// makes of each model's product string.
+TEST_F(QvPower, ModelTableAgreesWithTheLibrary) {
+    for (const qvpower::ModelInfo& model : qvpower::Models()) {
+        SCOPED_TRACE(model.name);
+        qvsim_sensor_config config;
+        qvsim_sensor_config_init(&config);
+        config.serial = "MT0001";
+        config.product = model.product;
+        const int id = qvsim_sensor_add(&config);
+        ASSERT_GE(id, 0);
+        const int32_t address = QV_GetAddress_SN("MT0001");
+        int32_t code = -2;
+        ASSERT_EQ(QV_GetModelNumber_SN("MT0001", &code), 1);
+        EXPECT_EQ(code, model.code);
+        ASSERT_GE(QV_InitializeSensor_SN("MT0001"), 1);
+        EXPECT_EQ(QV_SetFrequency(address, qvpower::kMinFrequencyHz), 1);
+        EXPECT_EQ(QV_SetFrequency(address, model.maxFrequencyHz), 1);
+        EXPECT_EQ(QV_SetFrequency(address, model.maxFrequencyHz * 1.0001), -1);
+        EXPECT_EQ(QV_UninitializeSensor_SN("MT0001"), 1);
+        ASSERT_EQ(qvsim_sensor_remove(id), QVSIM_OK);
+    }
+}
+
+}  // namespace
+}  // namespace qv::test
