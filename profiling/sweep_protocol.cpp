@@ -169,19 +169,17 @@ RecordTemperatures SplitPackets(const std::uint8_t* buffer, const SweepConfig& r
         sumHi += Word(packet + 2);
     }
     const std::int64_t recordPoints = static_cast<std::int64_t>(packets) * row.samplesPerPacket;
-    for (std::int64_t i = 0; i < count; ++i) {
-        const std::int64_t point = first + i;
-        if (point < 0 || point >= recordPoints) {
-            hi[i] = 0.0;
-            lo[i] = 0.0;
-            continue;
-        }
-        const std::int64_t p = point % packets;
-        const std::int64_t k = point / packets;
+    std::int64_t i = 0;
+    for (; i < count && first + i < 0; ++i) hi[i] = lo[i] = 0.0;
+    // Point k x packets + p is sample k of packet p: walk p and k along.
+    std::int64_t p = (first + i) % packets, k = (first + i) / packets;
+    for (; i < count && first + i < recordPoints; ++i) {
         const std::uint8_t* sample = buffer + p * row.packetBytes + 4 + 4 * k;
         lo[i] = Word(sample);
         hi[i] = Word(sample + 2);
+        if (++p == packets) p = 0, ++k;
     }
+    for (; i < count; ++i) hi[i] = lo[i] = 0.0;
     return {static_cast<std::int32_t>(sumHi / packets), static_cast<std::int32_t>(sumLo / packets)};
 }
 

@@ -103,12 +103,13 @@ std::int32_t ConvertDirect(int slot, int row, const std::uint8_t* raw, double* t
     Size(scratch, n);
     const RecordTemperatures temps =
         SplitPackets(raw, c, c.packets, 0, n, scratch.hi.data(), scratch.lo.data());
-    LineariseMergeCorrect(slot, scratch.hi.data(), scratch.lo.data(), n, temps.tmpHi,
-                          temps.tmpLo);
+    const bool watts = LineariseMergeCorrect(slot, scratch.hi.data(), scratch.lo.data(), n,
+                                             temps.tmpHi, temps.tmpLo);
     if (c.traceLength >= record) {
         if (record != length) return kTraceCopyFailed;
-        CopyToWatts(scratch.hi.data(), trace, length);
-    } else if (!IntervalResample(scratch.hi.data(), record, SweepSpanPoints(row), trace, length)) {
+        CopyToWatts(scratch.hi.data(), trace, length, watts);
+    } else if (!IntervalResample(scratch.hi.data(), record, SweepSpanPoints(row), trace, length,
+                                 watts)) {
         return kTraceResampleFailed;
     }
     const TraceSettings& t = Slot(slot).trace;
@@ -124,14 +125,14 @@ std::int32_t ConvertDelayed(int slot, int u, const DelayedPlan& plan, const std:
     Size(scratch, w);
     const RecordTemperatures temps = SplitPackets(raw, a, a.packets, plan.startPoint, w,
                                                   scratch.hi.data(), scratch.lo.data());
-    LineariseMergeCorrect(slot, scratch.hi.data(), scratch.lo.data(), w, temps.tmpHi,
-                          temps.tmpLo);
+    const bool watts = LineariseMergeCorrect(slot, scratch.hi.data(), scratch.lo.data(), w,
+                                             temps.tmpHi, temps.tmpLo);
     if (SweepConfigRow(u).traceLength >= w) {
         if (w < length) return 0;
-        CopyToWatts(scratch.hi.data(), trace, length);
+        CopyToWatts(scratch.hi.data(), trace, length, watts);
     } else if (plan.undersampled) {
-        if (!SlowDecimate(u, scratch.hi.data(), w, trace, length)) return 0;
-    } else if (!IntervalResample(scratch.hi.data(), w, SweepSpanPoints(u), trace, length)) {
+        if (!SlowDecimate(u, scratch.hi.data(), w, trace, length, watts)) return 0;
+    } else if (!IntervalResample(scratch.hi.data(), w, SweepSpanPoints(u), trace, length, watts)) {
         return 0;
     }
     const TraceSettings& t = Slot(slot).trace;

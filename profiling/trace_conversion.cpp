@@ -1,6 +1,9 @@
 #include "profiling/trace_conversion.h"
 
+#include <algorithm>
 #include <cmath>
+#include <memory>
+#include <vector>
 
 #include "calibration/cal_tables.h"
 #include "frame/lookups.h"
@@ -23,27 +26,29 @@ public:
         for (int j = 0; j + 1 < kCalLevels; ++j)
             if (!(e_[j].count >= e_[j + 1].count)) falling_ = false;
     }
-    double Dbm(double x) const {
-        int j;
-        if (falling_) {
-            int lo = 0, hi = kCalLevels;
-            while (lo < hi) {
-                const int mid = (lo + hi) / 2;
-                if (e_[mid].count > x) lo = mid + 1;
-                else hi = mid;
-            }
-            j = lo > 0 ? lo - 1 : 0;
-        } else {
-            j = kCalLevels - 1;
+    int Entry(double x) const {
+        if (!falling_) {
+            int j = kCalLevels - 1;
             while (j > 0 && !(e_[j].count > x)) --j;
+            return j;
         }
-        return e_[j].slope * x + e_[j].intercept;
+        int lo = 0, hi = kCalLevels;
+        while (lo < hi) {
+            const int mid = (lo + hi) / 2;
+            if (e_[mid].count > x) lo = mid + 1;
+            else hi = mid;
+        }
+        return lo > 0 ? lo - 1 : 0;
     }
+    double Dbm(double x) const { return Dbm(Entry(x), x); }
+    double Dbm(int j, double x) const { return e_[j].slope * x + e_[j].intercept; }
 
 private:
     const CalSegment (&e_)[kCalLevels];
     bool falling_;
 };
+
+constexpr std::int64_t kCountTablePoints = 32768;
 
 double Watts(double dbm) { return DbmToWatts(dbm); }
 double Dbm(double watts) { return WattsToDbm(watts); }
@@ -51,6 +56,15 @@ double Dbm(double watts) { return WattsToDbm(watts); }
 // Falling (0), flat (1) or rising (2); only an exact repeat is flat (the same
 // count gives the same value).
 int StepClass(double d) { return d < 0.0 ? 0 : d > 0.0 ? 2 : 1; }
+
+// The shift of offset and response correction, in dB.
+double CorrectionDb(int slot) {
+    const InstrumentState& s = Slot(slot).current;
+    double shift = 0.0;
+    if (s.OffsetEnabled == 1) shift += s.Offset_DB;
+    if (s.ResponseEnabled == 1) shift += ResponseCorrection(slot, s.Freq);
+    return shift;
+}
 
 constexpr double kWattFloor = 1e-11;
 double Floor(double w) { return w < kWattFloor ? kWattFloor : w; }
@@ -159,22 +173,113 @@ void EdgeCorrection(double level, double* x, std::int64_t n) {
 }
 
 void OffsetAndResponse(int slot, double* x, std::int64_t n) {
-    const InstrumentState& s = Slot(slot).current;
-    double shift = 0.0;
-    if (s.OffsetEnabled == 1) shift += s.Offset_DB;
-    if (s.ResponseEnabled == 1) shift += ResponseCorrection(slot, s.Freq);
+    const double shift = CorrectionDb(slot);
     if (shift == 0.0) return;
     for (std::int64_t i = 0; i < n; ++i) x[i] += shift;
 }
 
-void LineariseMergeCorrect(int slot, double* hi, double* lo, std::int64_t n, std::int32_t tmpHi,
+namespace {
+
+// The level of every count a path delivers, in dBm and in watts, worked out
+// the first time the count turns up in a trace. The storage (1.3 MB a path)
+// is kept by the process and reused: conversions run one at a time under the
+// machine-wide lock, and a fresh allocation per trace cost more than a short
+// sweep's whole conversion. A trace stamps the counts it has converted, so
+// nothing needs clearing between traces.
+class CountLevels {
+public:
+    CountLevels(int path, const SegmentSearch& search, bool clampHs)
+        : store_(Stores()[path]), search_(search), clampHs_(clampHs) {
+        if (++store_.stamp == 0) {  // after 2^32 traces: start the stamps afresh
+            std::fill(store_.seen.begin(), store_.seen.end(), 0u);
+            store_.stamp = 1;
+        }
+    }
+    // dBm and watts of `count`.
+    void Get(double count, double* dbm, double* watts) {
+        if (!(count >= 0.0 && count < kCounts) || static_cast<int>(count) != count) {
+            *dbm = Level(count);  // not a count the split gives: worked out each time
+            *watts = Watts(*dbm);
+            return;
+        }
+        const int c = static_cast<int>(count);
+        double* at = store_.levels.data() + 2 * c;
+        if (store_.seen[c] != store_.stamp) {
+            at[0] = Level(count);
+            at[1] = Watts(at[0]);
+            store_.seen[c] = store_.stamp;
+        }
+        *dbm = at[0];
+        *watts = at[1];
+    }
+
+private:
+    static constexpr int kCounts = 65536;
+    struct Store {
+        std::vector<std::uint32_t> seen = std::vector<std::uint32_t>(kCounts, 0u);
+        std::vector<double> levels = std::vector<double>(2 * kCounts);
+        std::uint32_t stamp = 0;
+    };
+    static Store* Stores() {
+        static Store stores[2];
+        return stores;
+    }
+    double Level(double count) const {
+        const double v = search_.Dbm(count);
+        return clampHs_ ? (v < -120.0 ? -120.0 : v > 30.0 ? 30.0 : v) : v;
+    }
+    Store& store_;
+    const SegmentSearch& search_;
+    bool clampHs_;
+};
+
+// Linearise, merge, offset and response at once, ending in watts: each count
+// is converted once per trace, so a point costs two look-ups instead of a
+// search per path, a conversion to watts (which the resampling would
+// otherwise do) and, in the crossover band, two more and a logarithm. The
+// same arithmetic as the steps one by one, in another order.
+void LineariseMergeCorrectToWatts(int slot, double* hi, const double* lo, std::int64_t n,
+                                  std::int32_t tmpHi, std::int32_t tmpLo) {
+    DeviceRecord& r = Slot(slot);
+    const std::int32_t rowHi = TempRowIndex(slot, tmpHi);
+    const std::int32_t rowLo = TempRowIndex(slot, tmpLo);
+    r.trace.lastTmpRowHi = rowHi;
+    r.trace.lastTmpRowLo = rowLo;
+    const SegmentSearch hs(r.tempRows[ClampTempRow(rowHi)].hs);
+    const SegmentSearch ls(r.tempRows[ClampTempRow(rowLo)].ls);
+    CountLevels hsLevels(0, hs, true), lsLevels(1, ls, false);
+    double x = 0, y = 0, lsLower = 0, lsUpper = 0;
+    CrossoverBounds(slot, r.tempRows[0].freq, &x, &y, &lsLower, &lsUpper);
+    const double xw = Watts(x), yw = Watts(y);
+    const double factor = Watts(CorrectionDb(slot)) / 0.001;
+    for (std::int64_t i = 0; i < n; ++i) {
+        double h, l, hw, lw;
+        hsLevels.Get(hi[i], &h, &hw);
+        lsLevels.Get(lo[i], &l, &lw);
+        double p;
+        if (h <= x) p = hw;
+        else if (l >= y) p = lw;
+        else if (h >= y || l < x) p = hw;
+        else p = ((yw - hw) / (yw - xw)) * hw + ((lw - xw) / (yw - xw)) * lw;
+        hi[i] = p * factor;
+    }
+}
+
+}  // namespace
+
+bool LineariseMergeCorrect(int slot, double* hi, double* lo, std::int64_t n, std::int32_t tmpHi,
                            std::int32_t tmpLo) {
+    const std::int32_t row = Slot(slot).trace.sweepTimeIdx;
+    const bool edges = (row >= 0 && row <= 4) || (row >= 16 && row <= 18);
+    if (!edges) {
+        LineariseMergeCorrectToWatts(slot, hi, lo, n, tmpHi, tmpLo);
+        return true;
+    }
     Linearise(slot, hi, lo, n, tmpHi, tmpLo);
     MergePaths(slot, hi, lo, n);
-    const std::int32_t row = Slot(slot).trace.sweepTimeIdx;
-    if ((row >= 0 && row <= 4) || (row >= 16 && row <= 18))
-        EdgeCorrection(EdgeCorrectionLevel(slot), hi, n);
+    if (edges) EdgeCorrection(EdgeCorrectionLevel(slot), hi, n);
     OffsetAndResponse(slot, hi, n);
+    return false;
 }
 
 std::int64_t SweepSpanPoints(int row) {
@@ -184,15 +289,21 @@ std::int64_t SweepSpanPoints(int row) {
 }
 
 bool IntervalResample(const double* x, std::int64_t recordLength, std::int64_t span, double* out,
-                      std::int32_t L) {
+                      std::int32_t L, bool inWatts) {
     if (L < 1 || L >= recordLength || span < 1 || span > recordLength) return false;
     const double width = static_cast<double>(L) / static_cast<double>(span);
     for (std::int32_t i = 0; i < L; ++i) out[i] = 0.0;
     for (std::int64_t j = 0; j < span; ++j) {
         const double a = j * width, b = a + width;
-        const double w = Watts(x[j]);
+        const double w = inWatts ? x[j] : Watts(x[j]);
         // Each record point is laid over the output points it overlaps.
-        for (std::int64_t i = static_cast<std::int64_t>(a); i < L && i < b; ++i) {
+        const std::int64_t first = static_cast<std::int64_t>(a);
+        if (first >= L) break;
+        if (b <= first + 1) {
+            out[first] += w * (b - a);
+            continue;
+        }
+        for (std::int64_t i = first; i < L && i < b; ++i) {
             const double from = a > i ? a : static_cast<double>(i);
             const double to = b < i + 1 ? b : static_cast<double>(i + 1);
             if (to > from) out[i] += w * (to - from);
@@ -202,7 +313,8 @@ bool IntervalResample(const double* x, std::int64_t recordLength, std::int64_t s
 }
 
 bool SlowDecimate(int userRow, const double* x, std::int64_t recordLength, double* out,
-                  std::int32_t L) {
+                  std::int32_t L, bool inWatts) {
+    auto Watts = [inWatts](double v) { return inWatts ? v : DbmToWatts(v); };
     static constexpr double kFactors[6] = {1, 2.5, 5, 10, 25, 50};
     if (userRow < 10 || userRow > 15) return false;
     const double k = kFactors[userRow - 10];
@@ -226,8 +338,8 @@ bool SlowDecimate(int userRow, const double* x, std::int64_t recordLength, doubl
     return true;
 }
 
-void CopyToWatts(const double* x, double* out, std::int32_t L) {
-    for (std::int32_t i = 0; i < L; ++i) out[i] = Watts(x[i]);
+void CopyToWatts(const double* x, double* out, std::int32_t L, bool inWatts) {
+    for (std::int32_t i = 0; i < L; ++i) out[i] = inWatts ? x[i] : Watts(x[i]);
 }
 
 std::int32_t FilterTrace(int row, std::int32_t filter, std::int32_t poles, double* w,
