@@ -83,8 +83,18 @@ TEST_F(Conversion, OnePassToWattsAgreesWithTheStepsOneByOne) {
     OffsetAndResponse(kSlot, stepHi.data(), n);
     for (long long i = 0; i < n; ++i)
         ASSERT_NEAR(hi[i], DbmToWatts(stepHi[i]), DbmToWatts(stepHi[i]) * 1e-12) << i;
-    Trace().sweepTimeIdx = 4;  // edge correction: step by step, in dBm
-    EXPECT_FALSE(LineariseMergeCorrect(kSlot, stepHi.data(), stepLo.data(), 10, kTemperature, kTemperature));
+    // Sweeps of 200 us and less: merged in dBm for the edge correction, which
+    // leaves a trace under its level (-35 dBm) alone.
+    Trace().sweepTimeIdx = 4;
+    std::vector<double> quietHi(hi.size(), 40000.0), quietLo(hi.size(), 60000.0);
+    std::vector<double> stepQuiet = quietHi, stepQuietLo = quietLo;
+    ASSERT_FALSE(LineariseMergeCorrect(kSlot, quietHi.data(), quietLo.data(), n, kTemperature,
+                                       kTemperature));
+    Linearise(kSlot, stepQuiet.data(), stepQuietLo.data(), n, kTemperature, kTemperature);
+    MergePaths(kSlot, stepQuiet.data(), stepQuietLo.data(), n);
+    OffsetAndResponse(kSlot, stepQuiet.data(), n);
+    ASSERT_LT(stepQuiet[0], -35.0 + Record().current.Offset_DB);
+    EXPECT_EQ(quietHi, stepQuiet);
 }
 
 TEST(EdgeCorrection, LeavesLowAndFlatPartsAloneAndLiftsTheFirstStepsOfAFall) {
