@@ -123,6 +123,9 @@ std::int32_t ConvertDelayed(int slot, int u, const DelayedPlan& plan, const std:
                             double* trace, std::int32_t length, TraceScratch& scratch) {
     const SweepConfig& a = SweepConfigRow(plan.acqRow);
     const std::int64_t w = plan.spanPoints;
+    // A caller's length so large that its span outgrows the whole acquisition
+    // cannot be resampled from it: refused before anything is allocated.
+    if (w > RecordPoints(a)) return 0;
     Size(scratch, w);
     const RecordTemperatures temps = SplitPackets(raw, a, a.packets, plan.startPoint, w,
                                                   scratch.hi.data(), scratch.lo.data());

@@ -243,6 +243,8 @@ const Code kCodes[] = {
     {"ResampleFailed", [] {}, 6, 20000, -102},
     {"FilterFailed", [] { Trace().filter = 3, Trace().poles = 5; }, 6, 10000, -105},
     {"ResampleFailedDelayed", [] { PP_SetSweepTime(kAddr, 10), Trace().sweepDelayMode = 1; }, 16, 600, 0},
+    {"SpanBeyondTheRecord",
+     [] { PP_SetSweepTime(kAddr, 20000), PP_SetUndersampling20ms_50ms_100ms(kAddr, 1); }, 23, 50047, 0},
     {"FilterFailedDelayed",
      [] { PP_SetSweepTime(kAddr, 10), Trace().sweepDelayMode = 1, Trace().filter = 3, Trace().poles = 5; },
      16, 480, -1},
@@ -260,7 +262,7 @@ TEST_P(Codes, GetTraceAnswersAndLeavesTheAverageAlone) {
     Record().avgTrace[0] = 1e-3;
     if (c.queueRow >= 0) Queue(StepRecord(c.queueRow, 0));
     const std::int64_t handle = Record().deviceHandle;
-    std::vector<double> trace(20000, 7.0);
+    std::vector<double> trace(60000, 7.0);
     std::int32_t count = -3;
     EXPECT_EQ(PP_GetTrace(c.address, trace.data(), c.length, &count), c.result);
     EXPECT_EQ(count, -3);
