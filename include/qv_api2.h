@@ -738,6 +738,240 @@ QV_API int32_t QV_GetNamedStateNames(int32_t address, char* names, int32_t* size
  * not initialised by the caller. */
 QV_API int32_t QV_DeleteNamedState(int32_t address, const char* name);
 
+/* ------------------------------------------------------------------ pulse profiling
+ *
+ * Power-versus-time traces of trace-capable sensors (QV442A and the other
+ * trace models). A sweep of one of sixteen sweep times (10 us to 1 s) starts
+ * at a trigger plus the sweep delay; PP_GetTrace delivers it as
+ * PP_GetTraceLength points in dBm, filtered and averaged as set below. The
+ * settings live in the library's table, shared by all processes, and are not
+ * part of the saved state files; most are only read by the next trace. Every
+ * function takes the sensor's address first. Values are checked before
+ * anything is looked up, and a refused value changes nothing; "unknown" means
+ * no initialised sensor of the calling process has the address. The code an
+ * unknown address gives differs between functions, as listed: only 1 means
+ * success. A null pointer gives -1. All return -1 as well when the library's
+ * lock could not be had, except the six that have no effect at all. */
+
+/* Results of PP_GetTrace (the second code of a pair is the delayed path's). */
+#define QV_PP_TRACE_OK 1
+#define QV_PP_ERR_NOT_OWNED (-1)            /* sensor not initialised by the caller */
+#define QV_PP_ERR_ADDRESS (-5)              /* address outside 0..255 */
+#define QV_PP_ERR_NO_SLOT (-6)              /* the sensor's slot not found */
+#define QV_PP_ERR_NO_DEVICE_INDEX (-7)      /* the sensor has no device index */
+#define QV_PP_ERR_CALIBRATION (-10)         /* calibration not rebuilt for the frequency */
+#define QV_PP_ERR_NO_SWEEP_TIME (-11)       /* delayed path: -36 */
+#define QV_PP_ERR_BUFFER_SHORT (-12)        /* delayed path: -35 */
+#define QV_PP_ERR_SWEEP_TIME (-13)          /* stored sweep time inconsistent; delayed: -34 */
+#define QV_PP_ERR_NO_HANDLE (-14)           /* no device handle; delayed: -33 */
+#define QV_PP_ERR_NOTHING_READ (-100)       /* no complete trace (time-out); delayed: -1002 */
+#define QV_PP_ERR_SIZE (-101)               /* packet bytes differ from the row; delayed: -1003 */
+#define QV_PP_ERR_RESAMPLE (-102)           /* resampling failed */
+#define QV_PP_ERR_COPY (-104)               /* resampling by copy failed */
+#define QV_PP_ERR_FILTER (-105)             /* trace filter failed */
+#define QV_PP_ERR_AVERAGE (-107)            /* averaging failed */
+#define QV_PP_ERR_DELAYED_NO_SWEEP_TIME (-36)
+#define QV_PP_ERR_DELAYED_BUFFER_SHORT (-35)
+#define QV_PP_ERR_DELAYED_SWEEP_TIME (-34)
+#define QV_PP_ERR_DELAYED_NO_HANDLE (-33)
+#define QV_PP_ERR_DELAYED_NOTHING_READ (-1002)
+#define QV_PP_ERR_DELAYED_SIZE (-1003)
+#define QV_PP_ERR_DELAYED_INDEX (-1000)     /* sweep index above 15 */
+
+/* Sets the sweep time to one of 10, 20, 50, 100, 200, 500, 1000, 2000, 5000,
+ * 10000, 20000, 50000, 100000, 200000, 500000 or 1000000 us; with 10000 us or
+ * less a sweep delay above 10000 us is cut to 10000. Restarts trace
+ * averaging. Returns 1; 0 a time not in that list, or unknown. */
+QV_API int32_t PP_SetSweepTime(uint32_t address, int32_t usec);
+
+/* The sweep time in microseconds. Returns 1; 0 unknown. */
+QV_API int32_t PP_GetSweepTime(uint32_t address, int32_t* usec);
+
+/* Sets the listed sweep time closest to `usec` (half-way goes to the longer;
+ * below 10 gives 10, above 1000000 gives 1000000) without cutting the sweep
+ * delay, and restarts trace averaging. Returns the chosen time in us; 0 a
+ * negative time; -1 unknown. */
+QV_API int32_t PP_SetClosestSweepTimeUSEC(uint32_t address, int32_t usec);
+
+/* Sets the sweep delay from the trigger to the start of the trace: 0 to
+ * 4999000 us with sweeps of 20 ms and more, 0 to 10000 us with shorter ones.
+ * Acts only while the delay mode is on. Returns 1; 0 out of range, or unknown. */
+QV_API int32_t PP_SetSweepDelay(uint32_t address, int32_t usec);
+
+/* The sweep delay in microseconds. Returns 1; 0 unknown. */
+QV_API int32_t PP_GetSweepDelay(uint32_t address, int32_t* usec);
+
+/* Delay mode: 1 on, any other value stores 0 (off). Returns 1; 0 unknown. */
+QV_API int32_t PP_SetSweepDelayMode(uint32_t address, int32_t mode);
+
+/* The delay mode, 1 or 0. Returns 1; 0 unknown. */
+QV_API int32_t PP_GetSweepDelayMode(uint32_t address, int32_t* mode);
+
+/* Kept for old applications: does nothing, looks nothing up. Returns 0. */
+QV_API int32_t PP_SetSweepHoldOff(uint32_t address, int32_t value);
+
+/* Kept for old applications: leaves *value untouched. Returns 0. */
+QV_API int32_t PP_GetSweepHoldOff(uint32_t address, int32_t* value);
+
+/* Trace filter (video bandwidth) codes. */
+#define QV_PP_FILTER_100KHZ 1
+#define QV_PP_FILTER_200KHZ 2
+#define QV_PP_FILTER_300KHZ 3
+#define QV_PP_FILTER_500KHZ 4
+#define QV_PP_FILTER_1MHZ 5
+#define QV_PP_FILTER_2MHZ 6
+#define QV_PP_FILTER_3MHZ 7
+#define QV_PP_FILTER_5MHZ 8
+#define QV_PP_FILTER_OFF 9
+
+/* Sets the trace filter, QV_PP_FILTER_ 1..9 (9 no filter, the default).
+ * Returns 1; 0 another code, or unknown. */
+QV_API int32_t PP_SetFilter(uint32_t address, int32_t code);
+
+/* The trace filter code. Returns 1; 0 unknown. */
+QV_API int32_t PP_GetFilter(uint32_t address, int32_t* code);
+
+/* Sets the trace filter's order: 0 one pole, 1 two poles, 2 four poles.
+ * Returns 1; 0 out of range; -1 unknown. */
+QV_API int32_t PP_SetPoles(uint32_t address, int32_t poles);
+
+/* The filter order, 0..2. Returns 1; -1 unknown. */
+QV_API int32_t PP_GetPoles(uint32_t address, int32_t* poles);
+
+/* Trigger sources. */
+#define QV_PP_TRIGGER_AUTO 0     /* level found by a short search sweep before each trace */
+#define QV_PP_TRIGGER_LEVEL 1    /* the level of PP_SetTriggerLevel */
+#define QV_PP_TRIGGER_EXTERNAL 2 /* the TTL trigger input */
+
+/* Sets the trigger source (QV_PP_TRIGGER_) and sends the trigger output's
+ * setting again, which depends on it. Returns 1; 0 another value, an address
+ * outside 0..255 or not found; -1 the sensor belongs to another process.
+ * (The name is spelled this way in every application that uses it.) */
+QV_API int32_t PP_SetTriggerSoure(uint32_t address, int32_t source);
+
+/* The trigger source. Returns 1; 0 address outside 0..255 or not found; -1
+ * another process's sensor. */
+QV_API int32_t PP_GetTriggerSoure(uint32_t address, int32_t* source);
+
+/* Sets the trigger level, -200 to 200 dBm (at the sensor's input the level
+ * less offset and response correction is used, held within -60..20 dBm).
+ * Returns 1; 0 out of range, address outside 0..255 or not found; -1
+ * another process's sensor. */
+QV_API int32_t PP_SetTriggerLevel(uint32_t address, double dbm);
+
+/* The trigger level as set, dBm. Returns as PP_GetTriggerSoure. */
+QV_API int32_t PP_GetTriggerLevel(uint32_t address, double* dbm);
+
+/* Sets the trigger slope, 0 or 1 (external input: 0 not inverted, 1
+ * inverted). Returns 1; 0 another value, address outside 0..255 or not found;
+ * -1 another process's sensor. */
+QV_API int32_t PP_SetTriggerEdge(uint32_t address, int32_t edge);
+
+/* The trigger slope. Returns as PP_GetTriggerSoure. */
+QV_API int32_t PP_GetTriggerEdge(uint32_t address, int32_t* edge);
+
+/* Sets the trigger output that marks each sweep: 0 off, 1 and 2 the two
+ * polarities; sent to the sensor at once. Returns 1 done; 0 another mode, an
+ * address outside 0..255, a sensor that cannot take traces, or a request the
+ * sensor refused (the previous mode stays); -1 sensor not initialised by the
+ * caller. */
+QV_API int32_t PP_SetTriggerOut(uint32_t address, int32_t mode);
+
+/* The trigger output mode, 0..2. Returns 1; -1 unknown. */
+QV_API int32_t PP_GetTriggerOut(uint32_t address, int32_t* mode);
+
+/* Watches the external trigger input for 20 ms. Returns 1 when it changed
+ * level twice (a trigger signal is present); 0 not seen, address outside
+ * 0..255 or not found, sensor not openable or not trace-capable; -1 another
+ * process's sensor. */
+QV_API int32_t PP_CheckTrigger(uint32_t address);
+
+/* Sets the manual read time-out, held within 10000..11000000 us. Returns 1;
+ * 0 unknown. */
+QV_API int32_t PP_SetTimeOut(uint32_t address, int32_t usec);
+
+/* The manual read time-out in microseconds. Returns 1; 0 unknown. */
+QV_API int32_t PP_GetTimeOut(uint32_t address, int32_t* usec);
+
+/* 1: the read time-out follows the sweep time and delay; 0: the manual one.
+ * Returns 1; 0 another value; -1 unknown. */
+QV_API int32_t PP_SetAutoTimeOutMode(uint32_t address, int32_t mode);
+
+/* The time-out mode. Returns 1; 0 unknown. */
+QV_API int32_t PP_GetAutoTimeOutMode(uint32_t address, int32_t* mode);
+
+/* 1: sweeps of 20, 50 and 100 ms are sampled at the 2 us base rate over a
+ * longer acquisition; 0 off. Returns 1; 0 another value, or unknown. */
+QV_API int32_t PP_SetUndersampling20ms_50ms_100ms(uint32_t address, int32_t on);
+
+/* The undersampling setting. Returns 1; 0 unknown. */
+QV_API int32_t PP_GetUndersampling20ms_50ms_100ms(uint32_t address, int32_t* on);
+
+/* Trace averaging modes. */
+#define QV_PP_AVG_NONE 0
+#define QV_PP_AVG_AUTO_RESTART 1  /* restarts when the summed power changes by the sensitivity */
+#define QV_PP_AVG_MANUAL_RESTART 2
+
+/* Sets the trace averaging mode (QV_PP_AVG_) and restarts averaging. Returns
+ * 1; 0 out of range; -1 unknown. */
+QV_API int32_t PP_SetAvgMode(uint32_t address, int32_t mode);
+
+/* The averaging mode. Returns 1; -1 unknown. */
+QV_API int32_t PP_GetAvgMode(uint32_t address, int32_t* mode);
+
+/* Sets how many traces are averaged, 1 to 100, and restarts averaging.
+ * Returns 1; 0 out of range; -1 unknown. */
+QV_API int32_t PP_SetTraceAvgs(uint32_t address, int32_t count);
+
+/* The number of traces averaged. Returns 1; -1 unknown. */
+QV_API int32_t PP_GetTraceAvgs(uint32_t address, int32_t* count);
+
+/* Sets the relative change of the summed power, 0.0 to 0.8, that restarts
+ * averaging in mode 1. Returns 1; 0 out of range; -1 unknown. */
+QV_API int32_t PP_SetAvgResetSens(uint32_t address, double sensitivity);
+
+/* The restart sensitivity. Returns 1; -1 unknown. */
+QV_API int32_t PP_GetAvgResetSens(uint32_t address, double* sensitivity);
+
+/* The next trace starts a new average. Returns 1; -1 unknown. */
+QV_API int32_t PP_ResetTraceAveraging(uint32_t address);
+
+/* Kept for old applications: PP_SetState, PP_ResendState, PP_TakeSweep and
+ * PP_AcquireTrace do nothing and return 0. */
+QV_API int32_t PP_SetState(uint32_t address);
+QV_API int32_t PP_ResendState(uint32_t address);
+QV_API int32_t PP_TakeSweep(uint32_t address);
+QV_API int32_t PP_AcquireTrace(uint32_t address);
+
+/* Takes one trace into `trace` (dBm): a sweep of the set sweep time after the
+ * trigger (plus the sweep delay in delay mode), converted, filtered and
+ * averaged. `length` is the array's size in points and must be at least
+ * PP_GetTraceLength; pass exactly that: the trace has `length` points and
+ * *count is set to `length`. Holds the library's lock for the whole sweep.
+ * Returns 1 (QV_PP_TRACE_OK); -5 address outside 0..255; -1 null pointer or
+ * sensor not initialised by the caller; -6 its slot not found; -7 no device
+ * index; -10 calibration could not be rebuilt; -11/-36 no sweep time; -12/-35
+ * `length` too short (nothing touched); -13/-34 sweep time inconsistent;
+ * -14/-33 no device handle; -100/-1002 no complete trace from the sensor;
+ * -101/-1003 wrong amount of data; -102, -104 resampling failed; -105 filter
+ * failed; -107 averaging failed; -1000 sweep index above 15; on the delayed
+ * path 0 resampling failed (the second code of each pair is the delayed
+ * path's, taken in delay mode or when undersampling a 20, 50 or 100 ms sweep).
+ * On failure the array is undefined and the average unchanged. */
+QV_API int32_t PP_GetTrace(int32_t address, double* trace, int32_t length, int32_t* count);
+
+/* Points of a trace of the current sweep time: 480 for 10 us, 960, 2400,
+ * 4800, 9600 for 200 us, 10000 from 500 us on. Returns the length; -1 sensor
+ * not initialised by the caller; 0 its slot not found. */
+QV_API int32_t PP_GetTraceLength(int32_t address);
+
+/* Converts n trace values from unit code `fromUnit` to `toUnit` (QV_UNIT_:
+ * dBm, dBW, dBkW, dBuV, W, V) into `out` (may be `in`). A value with a code
+ * outside 0..7 becomes -9999.99; dBmV and dBV (4, 5) give -9999.999. Returns
+ * 1; -1 null array, negative n, or sensor not initialised by the caller. */
+QV_API int32_t PP_CnvtTrace(int32_t address, const double* in, int32_t n, double* out,
+                            int32_t fromUnit, int32_t toUnit);
+
 #ifdef __cplusplus
 }
 #endif
