@@ -441,8 +441,8 @@ typedef struct qvsim_signal {
      * lies start_us into it. */
     double rise_us;      /* 10 %..90 % rise time (ramp linear in watts), 0..period */
     double fall_us;      /* 10 %..90 % fall time, 0..period */
-    double overshoot_db; /* top exceeds on_dbm by this at the end of the rise, decaying with
-                            the rise time (at least 0.1 us); 0..20 */
+    double overshoot_db; /* after the rise the top bumps up to on_dbm + this, max(rise / 2,
+                            0.05 us) after the rise is complete, then settles; 0..20 */
     double droop_db;     /* top falls by this across the width; 0..20 */
     double start_us;     /* burst: start of the burst in its period, 0..period - width */
 } qvsim_signal;

@@ -59,9 +59,12 @@ double SignalPowerAtNs(const SignalModel& signal, double timeNs) {
     if (fraction <= 0.0) return signal.offDbm;
     double topDbm = signal.onDbm;
     if (width > 0.0) topDbm -= signal.droopDb * std::clamp(d / width, 0.0, 1.0);
-    if (signal.overshootDb > 0.0) {
-        const double decayUs = std::max(signal.riseUs, 0.1);
-        topDbm += signal.overshootDb * std::exp(-std::max(0.0, d - riseRamp / 2.0) / decayUs);
+    const double afterRiseUs = d - riseRamp / 2.0;
+    if (signal.overshootDb > 0.0 && afterRiseUs > 0.0) {
+        // A bump that starts once the rise is complete (so the edge times hold against
+        // the on power) and peaks at the overshoot tau later.
+        const double tauUs = std::max(signal.riseUs / 2.0, 0.05);
+        topDbm += signal.overshootDb * (afterRiseUs / tauUs) * std::exp(1.0 - afterRiseUs / tauUs);
     }
     if (fraction >= 1.0) return topDbm;
     const double offW = std::pow(10.0, signal.offDbm / 10.0), topW = std::pow(10.0, topDbm / 10.0);

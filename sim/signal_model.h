@@ -38,8 +38,9 @@ struct SignalModel {
     double noiseDb;         // standard deviation of each sample's power; 0: none
     double freqHz;          // carrier frequency the detector sees
     // Shape of pulses and bursts: 10 %..90 % edge times of a ramp linear in watts,
-    // the top's overshoot after the rise (decaying with the rise time, at least
-    // 0.1 us) and its droop across the width, and where a burst starts in its period.
+    // the top's overshoot (a bump after the rise that peaks tau = max(rise / 2,
+    // 0.05 us) after it, x/tau e^(1 - x/tau)), its droop in dB, linear across the
+    // width, and where a burst starts in its period.
     double riseUs;
     double fallUs;
     double overshootDb;

@@ -102,7 +102,7 @@ void SweepStatus(const SensorRecord& sensor, std::uint8_t* reply) {
     const SweepRun& sweep = sensor.sweep;
     reply[1] = sweep.armed;
     reply[2] = sweep.packetNumber;
-    reply[3] = static_cast<std::uint8_t>(KindOf(sweep.mode));
+    reply[3] = sweep.configured != 0 ? static_cast<std::uint8_t>(KindOf(sweep.mode)) : 0;
     reply[4] = 0;
 }
 
