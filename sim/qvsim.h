@@ -463,6 +463,13 @@ QVSIM_API int qvsim_signal_get(int id, qvsim_signal* signal);
  * QVSIM_E_ARG (out of range or not finite), QVSIM_E_NO_SENSOR, QVSIM_E_NO_BUS. */
 QVSIM_API int qvsim_set_cw_power(int id, double dbm);
 
+/* Sweeps (docs/sim.md, "Sweeps"): 177 sets one up, its command value V giving packets
+ * of 2V + 8 bytes; each 178 arms a packet that starts at its trigger (free-running,
+ * the signal crossing the 212 threshold of a path on an edge, or the TTL line, as the
+ * mode byte says) plus (n - 2) / 96 of 2 us, n the packet number at working memory
+ * 0x1100, and samples the signal every 2 us through the detector. The sensor state
+ * shows the sweep (sweep_ fields). */
+
 /* ---------------------------------------------------------------- trigger input
  *
  * With the TTL trigger input on (191), a reading waits for an edge on the trigger

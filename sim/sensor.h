@@ -67,7 +67,7 @@ std::uint64_t NextTrigger(SensorRecord& sensor, std::uint64_t fromNs, std::uint6
 int TriggerLineLevel(const SensorRecord& sensor, std::uint64_t nowNs);
 std::uint64_t SteadyClockNs();
 
-// Sweeps (sweep.cpp). 177 sets one up (false: a command the sensor refuses), 178 arms
+// Sweeps (sweep.cpp). 177 sets one up (false: a command value of 0), 178 arms
 // its next packet, a pipe read takes the armed packet's bytes; 193 / 194 end it.
 bool ConfigureSweep(SensorRecord& sensor, const std::uint8_t* command, std::uint64_t nowNs);
 void ArmSweepPacket(SensorRecord& sensor, std::uint64_t nowNs);

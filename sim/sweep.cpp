@@ -26,8 +26,6 @@ constexpr int kHighSenseSelector = 2;
 constexpr int kLowSenseSelector = 3;
 constexpr std::uint32_t kPacketNumberOffset = 256;
 constexpr int kSweepRequest = 177;
-// Largest packet: a 2 s span (4,000,768 bytes) with room to spare, within 24 bits.
-constexpr std::uint32_t kMostCommandValue = 0xFFFFFF;
 
 enum class TriggerKind { Free = 0, Level = 1, Line = 2 };
 
@@ -72,8 +70,8 @@ int PacketPhase(int packetNumber) { return std::clamp(packetNumber - 2, 0, kSwee
 
 bool ConfigureSweep(SensorRecord& sensor, const std::uint8_t* command, std::uint64_t nowNs) {
     const std::uint32_t value = std::uint32_t{command[1]} << 16 | std::uint32_t{command[2]} << 8 | command[3];
-    // A packet holds whole samples of both paths: an even, non-zero command value.
-    if (value == 0 || value % 2 != 0 || value > kMostCommandValue) return false;
+    // An odd value leaves half a sample, which goes to the unused tail.
+    if (value == 0) return false;
     SweepRun& sweep = sensor.sweep;
     sweep.configured = 1;
     sweep.mode = command[0];
