@@ -1,9 +1,10 @@
 // What arrives at a simulated sensor's RF input and what the sensor makes of it:
 // the signal (CW, a pulse train or bursts with their edges, overshoot and droop,
 // optional Gaussian noise, its carrier frequency), the 512-byte measurement blocks
-// and the sweep packets the sensor samples from it through its detector. Pure functions of their arguments: a block depends only on the signal,
-// the detector, the temperature and the time of its first sample, so any block can
-// be made again.
+// and the sweep packets the sensor samples from it through its detector. Pure
+// functions of their arguments: a block or packet depends only on the signal, the
+// detector, the temperature and the time of its first sample, so any of them can be
+// made again.
 #ifndef QVSIM_SIGNAL_MODEL_H
 #define QVSIM_SIGNAL_MODEL_H
 

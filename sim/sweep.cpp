@@ -124,8 +124,8 @@ std::uint32_t ProduceSweepBytes(SensorRecord& sensor, const TimingModel& timing,
     }
     const int phase = PacketPhase(sweep.packetNumber);
     const std::uint64_t samples = (sweep.packetBytes - 8) / 4;
-    const std::uint64_t sweepEndNs =
-        sweep.startNs + samples * kSampleIntervalNs + static_cast<std::uint64_t>(phase) * kSampleIntervalNs / kSweepPhases;
+    const std::uint64_t phaseNs = static_cast<std::uint64_t>(phase) * kSampleIntervalNs / kSweepPhases;
+    const std::uint64_t sweepEndNs = sweep.startNs + samples * kSampleIntervalNs + phaseNs;
     std::uint32_t wanted = std::min(length, sweep.packetBytes - sweep.sentBytes);
     if (timed) {
         // The packet's bytes leave after its sweep, at the bus's throughput.

@@ -375,7 +375,8 @@ int CommandSignal(Arguments args) {
     }
     if (auto period = args.option("--period")) signal.period_us = ParseReal(*period, 1e-3, 1e9, "period"), changed = true;
     if (auto width = args.option("--width")) signal.width_us = ParseReal(*width, 0.0, 1e9, "width"), changed = true;
-    if (auto length = args.option("--length")) signal.width_us = ParseReal(*length, 0.0, 1e9, "length"), changed = true;
+    if (auto length = args.option("--length"))
+        signal.width_us = ParseReal(*length, 0.0, 1e9, "length"), changed = true;
     if (auto start = args.option("--start")) signal.start_us = ParseReal(*start, 0.0, 1e9, "start"), changed = true;
     if (auto rise = args.option("--rise")) signal.rise_us = ParseReal(*rise, 0.0, 1e9, "rise"), changed = true;
     if (auto fall = args.option("--fall")) signal.fall_us = ParseReal(*fall, 0.0, 1e9, "fall"), changed = true;
