@@ -427,7 +427,7 @@ QVSIM_API int qvsim_detector_calibration(int id, int path, double dbm, double fr
 #define QVSIM_SIGNAL_BURST 2
 
 typedef struct qvsim_signal {
-    int kind;          /* QVSIM_SIGNAL_CW or QVSIM_SIGNAL_PULSE */
+    int kind;          /* QVSIM_SIGNAL_CW, QVSIM_SIGNAL_PULSE or QVSIM_SIGNAL_BURST */
     double cw_dbm;     /* CW power */
     double period_us;  /* pulse train: period, > 0 */
     double width_us;   /* pulse train: time on from the start of each period, 0..period */
