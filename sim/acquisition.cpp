@@ -13,7 +13,6 @@ namespace qvsim {
 
 namespace {
 
-constexpr std::uint64_t kNever = std::numeric_limits<std::uint64_t>::max();
 // Finished blocks a streaming sensor holds for a busy host (about 4 ms, enough to
 // ride out a loaded machine's scheduling); older ones are lost.
 constexpr std::uint64_t kHeldBlocks = 16;
@@ -32,8 +31,11 @@ std::uint64_t BlockPeriodNs(const TimingModel& timing) {
     return period;
 }
 
-// The first trigger edge the sensor sees at or after fromNs and no later than
-// deadlineNs: an edge fired by hand (taken at once) or one of the periodic ones.
+}  // namespace
+
+// The periodic line is high for the first half of each period: its rising edges
+// fall on the multiples of the period, its falling ones half a period later, and
+// the inverted input (203) takes the falling ones.
 std::uint64_t NextTrigger(SensorRecord& sensor, std::uint64_t fromNs, std::uint64_t nowNs, std::uint64_t deadlineNs) {
     Acquisition& run = sensor.acquisition;
     if (run.pendingTriggers > 0) {
@@ -43,13 +45,20 @@ std::uint64_t NextTrigger(SensorRecord& sensor, std::uint64_t fromNs, std::uint6
     if (sensor.triggerPeriodUs > 0.0) {
         const auto periodNs = static_cast<std::uint64_t>(sensor.triggerPeriodUs * 1000.0);
         if (periodNs == 0) return fromNs;
-        const std::uint64_t edge = (fromNs + periodNs - 1) / periodNs * periodNs;
+        const std::uint64_t shift = sensor.state.triggerInInverted != 0 ? periodNs / 2 : 0;
+        const std::uint64_t from = std::max(fromNs, shift) - shift;
+        const std::uint64_t edge = (from + periodNs - 1) / periodNs * periodNs + shift;
         if (edge <= deadlineNs) return edge;
     }
-    return kNever;
+    return kNoTrigger;
 }
 
-}  // namespace
+int TriggerLineLevel(const SensorRecord& sensor, std::uint64_t nowNs) {
+    const auto periodNs = static_cast<std::uint64_t>(sensor.triggerPeriodUs * 1000.0);
+    return periodNs > 0 && nowNs % periodNs < periodNs / 2 ? 1 : 0;
+}
+
+std::uint64_t SteadyClockNs() { return SteadyNowNs(); }
 
 std::uint64_t SensorNowNs(const SensorRecord& sensor, const TimingModel& timing) {
     return timing.sampledBlocks != 0 ? SteadyNowNs() : sensor.acquisition.clockNs;
@@ -82,7 +91,7 @@ std::uint32_t ProduceMeasurementBytes(SensorRecord& sensor, const TimingModel& t
     const std::uint64_t deadlineNs = nowNs + std::uint64_t{timeoutMs} * 1000000u;
     const std::uint64_t periodNs = BlockPeriodNs(timing);
     const bool gated = sensor.state.triggerInEnabled != 0;
-    const std::uint64_t readingBlocks = run.count > 0 ? run.count : gated ? 1 : kNever;
+    const std::uint64_t readingBlocks = run.count > 0 ? run.count : gated ? 1 : kNoTrigger;
     std::uint64_t lastReadyNs = nowNs;
     bool cutShort = false;
     std::uint32_t moved = 0;
@@ -97,7 +106,7 @@ std::uint32_t ProduceMeasurementBytes(SensorRecord& sensor, const TimingModel& t
         }
         if (gated && run.triggered == 0) {
             const std::uint64_t edge = NextTrigger(sensor, run.readingStartNs, nowNs, deadlineNs);
-            if (edge == kNever) {
+            if (edge == kNoTrigger) {
                 if (!timed && moved == 0) run.clockNs = deadlineNs;  // the sensor waited the time-out
                 break;
             }

@@ -1,7 +1,7 @@
 // The sensor's bulk pipes. ProduceBulkIn is the single source of everything the
 // sensor sends on pipe 0x82: the bytes tests queue with qvsim_bulk_in_push, then
-// measurement blocks (after 193/194, acquisition.cpp); sweep packets (after
-// 177/178) will come in here too.
+// measurement blocks (after 193/194, acquisition.cpp) or sweep packets (after
+// 177/178, sweep.cpp).
 #include <algorithm>
 #include <cstring>
 
@@ -27,6 +27,11 @@ std::uint32_t ProduceBulkIn(SensorRecord& sensor, const TimingModel& timing, std
     *source = PipeSource{};
     const std::uint32_t queued = TakeQueued(sensor.state, sensor.bulkIn, out, length);
     if (queued > 0) return queued;
+    if (sensor.sweep.armed != 0) {
+        *source = PipeSource{177, 4, {}};
+        std::memcpy(source->payload, sensor.state.sweepCommand, sizeof source->payload);
+        return ProduceSweepBytes(sensor, timing, out, length, timeoutMs, readyNs);
+    }
     const Acquisition& run = sensor.acquisition;
     *source = PipeSource{run.startRequest, 1, {run.count, 0, 0, 0}};
     return ProduceMeasurementBytes(sensor, timing, out, length, timeoutMs, readyNs);

@@ -16,7 +16,7 @@
 namespace qvsim {
 
 inline constexpr std::uint32_t kBusMagic = 0x53425651u;  // "QVBS" in a little-endian dump
-inline constexpr std::uint32_t kBusVersion = 3;
+inline constexpr std::uint32_t kBusVersion = 4;
 inline constexpr std::size_t kPageBytes = 4096;
 
 inline constexpr int kMaxSensors = QVSIM_MAX_SENSORS;
@@ -79,6 +79,24 @@ struct PipeFiles {
     std::uint32_t replayEnded;         // the file has no more blocks
     std::uint32_t captureTransfers;    // records written
     std::uint32_t captureFailures;     // records that could not be written
+};
+
+// The sensor's sweep (sweep.cpp): RAM, lost at every unplug. 177 sets it up, 178
+// arms one packet at a time, which waits for its trigger and is then sent.
+struct SweepRun {
+    std::uint8_t configured;     // a 177 set the sweep up; 193 / 194 end it
+    std::uint8_t mode;           // 177's mode byte
+    std::uint8_t armed;          // a packet waits for its trigger or is being sent
+    std::uint8_t triggered;      // the armed packet has had its trigger
+    std::uint8_t packetNumber;   // the byte at working buffer + 256 when it was armed
+    std::uint8_t reserved[3];
+    std::uint32_t packetBytes;   // 2 x command value + 8
+    std::uint32_t sentBytes;     // of the armed packet
+    std::uint64_t armedNs;       // waiting for the trigger since
+    std::uint64_t startNs;       // the trigger: the packet's samples count from here
+    std::uint64_t packetsSent;   // complete packets since power-up
+    std::uint32_t triggerTimeouts;  // reads that ended waiting for a trigger
+    std::uint32_t reserved2;
 };
 
 // Fields of a fault rule follow qvsim_fault; kind 0 marks a free rule.
@@ -176,6 +194,7 @@ struct SensorRecord {
     double triggerPeriodUs;    // periodic trigger on the TTL input; 0: none
     Acquisition acquisition;   // RAM
     PipeFiles files;
+    SweepRun sweep;            // RAM
 };
 
 inline constexpr std::size_t RoundToPage(std::size_t bytes) {
@@ -190,15 +209,16 @@ inline constexpr std::size_t kBusFileBytes = kHeaderBytes + kMaxSensors * kRecor
 static_assert(kHeaderBytes == kPageBytes, "header fits one page");
 static_assert(offsetof(BusHeader, timing) == 56 && offsetof(BusHeader, lock) == 128, "header layout");
 static_assert(sizeof(TranscriptEntry) == 40 && sizeof(FaultRule) == 24 && sizeof(DeviceState) == 152 &&
-                  sizeof(Acquisition) == 56,
+                  sizeof(Acquisition) == 56 && sizeof(SweepRun) == 48,
               "entry layouts");
 static_assert(offsetof(SensorRecord, identity) == 24 && offsetof(SensorRecord, state) == 216 &&
                   offsetof(SensorRecord, faults) == 368 && offsetof(SensorRecord, handles) == 752 &&
                   offsetof(SensorRecord, transcriptTotal) == 1264 && offsetof(SensorRecord, transcript) == 1272 &&
                   offsetof(SensorRecord, region2) == 165112 && offsetof(SensorRecord, bulkIn) == 361720 &&
                   offsetof(SensorRecord, detector) == 623864 && offsetof(SensorRecord, temperature) == 624072 &&
-                  offsetof(SensorRecord, signal) == 624080 && offsetof(SensorRecord, triggerPeriodUs) == 624144 &&
-                  offsetof(SensorRecord, acquisition) == 624152 && offsetof(SensorRecord, files) == 624208,
+                  offsetof(SensorRecord, signal) == 624080 && offsetof(SensorRecord, triggerPeriodUs) == 624184 &&
+                  offsetof(SensorRecord, acquisition) == 624192 && offsetof(SensorRecord, files) == 624248 &&
+                  offsetof(SensorRecord, sweep) == 624784,
               "sensor record layout");
 static_assert(kRecordBytes == 626688, "record stride");
 

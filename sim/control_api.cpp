@@ -129,6 +129,13 @@ void FillState(const SensorRecord& sensor, qvsim_sensor_state* out) {
     out->capture_transfers = files.captureTransfers;
     out->capture_failures = files.captureFailures;
     out->replaying = files.replayPath[0] != '\0' && files.replayEnded == 0;
+    const SweepRun& sweep = sensor.sweep;
+    out->sweep_configured = sweep.configured;
+    out->sweep_packet_bytes = static_cast<int>(sweep.packetBytes);
+    out->sweep_armed = sweep.armed;
+    out->sweep_packets_sent = sweep.packetsSent;
+    out->sweep_trigger_timeouts = sweep.triggerTimeouts;
+    out->sweep_start_ns = sweep.startNs;
 }
 
 bool IsSignalPower(double dbm) { return std::isfinite(dbm) && dbm >= QVSIM_SIGNAL_MIN_DBM && dbm <= QVSIM_SIGNAL_MAX_DBM; }
@@ -138,7 +145,12 @@ bool ValidSignal(const qvsim_signal& s) {
     const bool pulseOk = std::isfinite(s.period_us) && s.period_us > 0.0 && s.period_us <= 1.0e9 &&
                          std::isfinite(s.width_us) && s.width_us >= 0.0 && s.width_us <= s.period_us &&
                          IsSignalPower(s.on_dbm) && IsSignalPower(s.off_dbm);
-    return (s.kind == QVSIM_SIGNAL_CW || s.kind == QVSIM_SIGNAL_PULSE) && pulseOk && IsSignalPower(s.cw_dbm) &&
+    const auto within = [](double value, double most) { return std::isfinite(value) && value >= 0.0 && value <= most; };
+    const bool shapeOk = within(s.rise_us, s.period_us) && within(s.fall_us, s.period_us) &&
+                         within(s.overshoot_db, 20.0) && within(s.droop_db, 20.0) &&
+                         within(s.start_us, s.period_us - s.width_us);
+    return (s.kind == QVSIM_SIGNAL_CW || s.kind == QVSIM_SIGNAL_PULSE || s.kind == QVSIM_SIGNAL_BURST) && pulseOk &&
+           shapeOk && IsSignalPower(s.cw_dbm) &&
            std::isfinite(s.noise_db) && s.noise_db >= 0.0 && s.noise_db <= 20.0 && std::isfinite(s.freq_hz) &&
            s.freq_hz >= 1.0 && s.freq_hz <= 100.0e9;
 }
@@ -530,8 +542,9 @@ int qvsim_signal_set(int id, const qvsim_signal* signal) {
     const qvsim_signal s = *signal;
     if (!ValidSignal(s)) return QVSIM_E_ARG;
     return WithSensor(id, [&s](Bus&, SensorRecord& sensor) {
-        sensor.signal = SignalModel{s.kind, s.seed, s.cw_dbm, s.period_us, s.width_us, s.on_dbm, s.off_dbm,
-                                    s.noise_db, s.freq_hz};
+        sensor.signal = SignalModel{s.kind,     s.seed,    s.cw_dbm,       s.period_us, s.width_us,
+                                    s.on_dbm,   s.off_dbm, s.noise_db,     s.freq_hz,   s.rise_us,
+                                    s.fall_us,  s.overshoot_db, s.droop_db, s.start_us};
         return QVSIM_OK;
     });
 }
@@ -540,7 +553,9 @@ int qvsim_signal_get(int id, qvsim_signal* signal) {
     if (signal == nullptr) return QVSIM_E_ARG;
     return WithSensor(id, [signal](Bus&, SensorRecord& sensor) {
         const SignalModel& m = sensor.signal;
-        *signal = qvsim_signal{m.kind, m.cwDbm, m.periodUs, m.widthUs, m.onDbm, m.offDbm, m.noiseDb, m.seed, m.freqHz};
+        *signal = qvsim_signal{m.kind,   m.cwDbm,   m.periodUs,    m.widthUs,  m.onDbm,
+                               m.offDbm, m.noiseDb, m.seed,        m.freqHz,   m.riseUs,
+                               m.fallUs, m.overshootDb, m.droopDb, m.startUs};
         return QVSIM_OK;
     });
 }

@@ -145,6 +145,12 @@ typedef struct qvsim_sensor_state {
     unsigned capture_transfers; /* transfers written to it */
     unsigned capture_failures;  /* transfers that could not be written */
     int replaying;              /* 1 while blocks come from a capture file that has more */
+    int sweep_configured;       /* a 177 set a sweep up (193 / 194 end it) */
+    int sweep_packet_bytes;     /* B of that sweep: 2 x its command value + 8 */
+    int sweep_armed;            /* a packet waits for its trigger or is being sent */
+    unsigned long long sweep_packets_sent; /* complete sweep packets sent on pipe 0x82 */
+    unsigned sweep_trigger_timeouts;       /* reads that ended waiting for a sweep's trigger */
+    unsigned long long sweep_start_ns;     /* trigger of the last packet that had one, sensor time */
 } qvsim_sensor_state;
 
 /* Fault kinds. "code" selects what the fault applies to (0 = anything of its kind);
@@ -418,9 +424,10 @@ QVSIM_API int qvsim_detector_calibration(int id, int path, double dbm, double fr
 
 #define QVSIM_SIGNAL_CW 0
 #define QVSIM_SIGNAL_PULSE 1
+#define QVSIM_SIGNAL_BURST 2
 
 typedef struct qvsim_signal {
-    int kind;          /* QVSIM_SIGNAL_CW or QVSIM_SIGNAL_PULSE */
+    int kind;          /* QVSIM_SIGNAL_CW, QVSIM_SIGNAL_PULSE or QVSIM_SIGNAL_BURST */
     double cw_dbm;     /* CW power */
     double period_us;  /* pulse train: period, > 0 */
     double width_us;   /* pulse train: time on from the start of each period, 0..period */
@@ -429,6 +436,15 @@ typedef struct qvsim_signal {
     double noise_db;   /* standard deviation of Gaussian noise on each sample's power (dB), 0..20; 0: none */
     unsigned seed;     /* noise sequence: the same seed gives the same noise */
     double freq_hz;    /* carrier frequency, 1 Hz .. 100 GHz */
+    /* Pulses and bursts are on from their 50 % rising point to their 50 % falling
+     * point width_us later; a pulse train's rising point starts each period, a burst's
+     * lies start_us into it. */
+    double rise_us;      /* 10 %..90 % rise time (ramp linear in watts), 0..period */
+    double fall_us;      /* 10 %..90 % fall time, 0..period */
+    double overshoot_db; /* after the rise the top bumps up to on_dbm + this, max(rise / 2,
+                            0.05 us) after the rise is complete, then settles; 0..20 */
+    double droop_db;     /* top falls by this across the width; 0..20 */
+    double start_us;     /* burst: start of the burst in its period, 0..period - width */
 } qvsim_signal;
 
 /* Powers in dBm are accepted from -150 to +50. */
@@ -446,6 +462,13 @@ QVSIM_API int qvsim_signal_get(int id, qvsim_signal* signal);
 /* Makes the signal CW at dbm, keeping its frequency and noise. Returns QVSIM_OK,
  * QVSIM_E_ARG (out of range or not finite), QVSIM_E_NO_SENSOR, QVSIM_E_NO_BUS. */
 QVSIM_API int qvsim_set_cw_power(int id, double dbm);
+
+/* Sweeps (docs/sim.md, "Sweeps"): 177 sets one up, its command value V giving packets
+ * of 2V + 8 bytes; each 178 arms a packet that starts at its trigger (free-running,
+ * the signal crossing the 212 threshold of a path on an edge, or the TTL line, as the
+ * mode byte says) plus (n - 2) / 96 of 2 us, n the packet number at working memory
+ * 0x1100, and samples the signal every 2 us through the detector. The sensor state
+ * shows the sweep (sweep_ fields). */
 
 /* ---------------------------------------------------------------- trigger input
  *

@@ -59,6 +59,24 @@ void StopAcquisition(SensorRecord& sensor);
 std::uint32_t ProduceMeasurementBytes(SensorRecord& sensor, const TimingModel& timing, std::uint8_t* out,
                                       std::uint32_t length, std::uint32_t timeoutMs, std::uint64_t* readyNs);
 
+// Trigger input. NextTrigger: the first edge the sensor takes at or after fromNs and
+// no later than deadlineNs (a hand-fired one at once, else one of the periodic
+// line's), or kNoTrigger. TriggerLineLevel: the periodic line's level at nowNs.
+inline constexpr std::uint64_t kNoTrigger = ~std::uint64_t{0};
+std::uint64_t NextTrigger(SensorRecord& sensor, std::uint64_t fromNs, std::uint64_t nowNs, std::uint64_t deadlineNs);
+int TriggerLineLevel(const SensorRecord& sensor, std::uint64_t nowNs);
+std::uint64_t SteadyClockNs();
+
+// Sweeps (sweep.cpp). 177 sets one up (false: a command value of 0), 178 arms
+// its next packet, a pipe read takes the armed packet's bytes; 193 / 194 end it.
+bool ConfigureSweep(SensorRecord& sensor, const std::uint8_t* command, std::uint64_t nowNs);
+void ArmSweepPacket(SensorRecord& sensor, std::uint64_t nowNs);
+void EndSweep(SensorRecord& sensor);
+// The 178 reply: [178, armed, packet number, trigger kind (0 free, 1 level, 2 TTL), 0].
+void SweepStatus(const SensorRecord& sensor, std::uint8_t* reply);
+std::uint32_t ProduceSweepBytes(SensorRecord& sensor, const TimingModel& timing, std::uint8_t* out,
+                                std::uint32_t length, std::uint32_t timeoutMs, std::uint64_t* readyNs);
+
 // What a pipe 0x82 transfer carried: the request that started it (193 / 194 for a
 // measurement run with its count, 177 for a sweep with its command, 0 for bytes a
 // test queued).

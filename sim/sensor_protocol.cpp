@@ -131,7 +131,7 @@ int SensorRequestOut(SensorRecord& sensor, int request, const std::uint8_t* data
     TrackStopSequence(state, request);
     switch (request) {
         case kSweepStart:
-            if (length < 4) return -1;
+            if (length < 4 || !ConfigureSweep(sensor, data, nowNs)) return -1;
             std::memcpy(state.sweepCommand, data, 4);
             StopAcquisition(sensor);
             state.runningMode = QVSIM_RUN_SWEEP;
@@ -140,6 +140,7 @@ int SensorRequestOut(SensorRecord& sensor, int request, const std::uint8_t* data
         case kMeasureStart:
             if (length < 1) return -1;
             state.measureReadings = data[0];
+            EndSweep(sensor);
             StartAcquisition(sensor, request, data[0], nowNs);
             state.runningMode = QVSIM_RUN_MEASURING;
             break;
@@ -189,6 +190,9 @@ int SensorRequestIn(SensorRecord& sensor, int request, std::uint8_t* reply, int 
     answer[0] = static_cast<std::uint8_t>(request);
     switch (request) {
         case kPacketStatus:
+            ArmSweepPacket(sensor, nowNs);
+            SweepStatus(sensor, answer);
+            break;
         case kStop1:
         case kStop2:
         case kStop3:
@@ -226,6 +230,7 @@ int SensorRequestIn(SensorRecord& sensor, int request, std::uint8_t* reply, int 
         case kMeasureGo:
             // Re-arms: the run starts afresh with the last 193's count (one block
             // when there was none since power-up).
+            EndSweep(sensor);
             StartAcquisition(sensor, request, state.measureReadings >= 0 ? state.measureReadings : 1, nowNs);
             state.runningMode = QVSIM_RUN_MEASURING;
             ++state.measureStarts;
@@ -235,6 +240,14 @@ int SensorRequestIn(SensorRecord& sensor, int request, std::uint8_t* reply, int 
             SetLed(state, request == kLedOn);
             break;
         case kWorkingReadWord:
+            // The trigger line's state, bit 0 of its second byte, follows a periodic
+            // trigger in real time (the host polls it by the clock); without one it
+            // is whatever was written there.
+            if (state.workingLocation == QVSIM_WM_TRIGGER_LINE && sensor.triggerPeriodUs > 0.0) {
+                std::uint8_t& line = sensor.working[QVSIM_WM_TRIGGER_LINE + 1];
+                line = static_cast<std::uint8_t>((line & 0xFE) | TriggerLineLevel(sensor, SteadyClockNs()));
+            }
+            [[fallthrough]];
         case kWorkingReadBlock:
             CopyFromWorking(sensor, answer, request == kWorkingReadWord ? std::min(length, 2) : length);
             break;
@@ -273,6 +286,7 @@ void StoreFirmwareText(SensorRecord& sensor) {
 void PowerOff(SensorRecord& sensor) {
     sensor.state = DeviceState{};
     sensor.acquisition = Acquisition{};
+    sensor.sweep = SweepRun{};
     std::memset(sensor.working, 0, sizeof sensor.working);
 }
 

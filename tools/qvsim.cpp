@@ -25,7 +25,9 @@ constexpr const char* kUsage =
     "  list | state ID | transcript ID [--clear]\n"
     "  unplug ID | replug ID | remove ID | address ID [N]\n"
     "  temperature ID [COUNT]        the sensor's temperature count (and its calibration's)\n"
-    "  signal ID [cw DBM | pulse --period US --width US --on DBM --off DBM]\n"
+    "  signal ID [cw DBM | pulse --period US --width US --on DBM --off DBM\n"
+    "             | burst --period US --start US --length US --on DBM --off DBM]\n"
+    "      [--rise US] [--fall US] [--overshoot DB] [--droop DB]   edges and top of pulses and bursts\n"
     "      [--noise DB] [--seed N] [--freq HZ]   the signal at the sensor's input\n"
     "  trigger ID [--every US]       fire one trigger edge, or set a periodic trigger (0: none)\n"
     "  capture ID FILE | capture ID --stop   record every pipe 0x82 transfer into FILE\n"
@@ -294,6 +296,9 @@ int CommandState(int id) {
                 "pending triggers %u\ncapturing %d (transfers %u, failures %u)\nreplaying %d\n",
                 s.measuring, s.measure_count, s.blocks_sent, s.overruns, s.trigger_out_level, s.trigger_out_edges,
                 s.pending_triggers, s.capturing, s.capture_transfers, s.capture_failures, s.replaying);
+    std::printf("sweep configured %d (packet bytes %d, armed %d, packets sent %llu, trigger time-outs %u)\n",
+                s.sweep_configured, s.sweep_packet_bytes, s.sweep_armed, s.sweep_packets_sent,
+                s.sweep_trigger_timeouts);
     return kExitOk;
 }
 
@@ -361,15 +366,23 @@ int CommandSignal(Arguments args) {
         signal.kind = QVSIM_SIGNAL_CW;
         if (args.count() >= 3) signal.cw_dbm = ParseReal(args.at(2), QVSIM_SIGNAL_MIN_DBM, QVSIM_SIGNAL_MAX_DBM, "power");
         changed = true;
-    } else if (args.count() >= 2 && args.at(1) == "pulse") {
+    } else if (args.count() >= 2 && (args.at(1) == "pulse" || args.at(1) == "burst")) {
         words = 2;
-        signal.kind = QVSIM_SIGNAL_PULSE;
+        signal.kind = args.at(1) == "pulse" ? QVSIM_SIGNAL_PULSE : QVSIM_SIGNAL_BURST;
         changed = true;
     } else if (args.count() >= 2) {
         throw UsageError{"unknown signal kind " + args.at(1)};
     }
     if (auto period = args.option("--period")) signal.period_us = ParseReal(*period, 1e-3, 1e9, "period"), changed = true;
     if (auto width = args.option("--width")) signal.width_us = ParseReal(*width, 0.0, 1e9, "width"), changed = true;
+    if (auto length = args.option("--length"))
+        signal.width_us = ParseReal(*length, 0.0, 1e9, "length"), changed = true;
+    if (auto start = args.option("--start")) signal.start_us = ParseReal(*start, 0.0, 1e9, "start"), changed = true;
+    if (auto rise = args.option("--rise")) signal.rise_us = ParseReal(*rise, 0.0, 1e9, "rise"), changed = true;
+    if (auto fall = args.option("--fall")) signal.fall_us = ParseReal(*fall, 0.0, 1e9, "fall"), changed = true;
+    if (auto overshoot = args.option("--overshoot"))
+        signal.overshoot_db = ParseReal(*overshoot, 0.0, 20.0, "overshoot"), changed = true;
+    if (auto droop = args.option("--droop")) signal.droop_db = ParseReal(*droop, 0.0, 20.0, "droop"), changed = true;
     const double on = PowerOption(args, "--on", signal.on_dbm), off = PowerOption(args, "--off", signal.off_dbm);
     changed = changed || on != signal.on_dbm || off != signal.off_dbm;
     signal.on_dbm = on;
@@ -380,10 +393,18 @@ int CommandSignal(Arguments args) {
     if (auto freq = args.option("--freq")) signal.freq_hz = ParseReal(*freq, 1.0, 100e9, "frequency"), changed = true;
     args.Finish(words, words);
     if (signal.width_us > signal.period_us) throw UsageError{"pulse width longer than its period"};
+    if (signal.rise_us > signal.period_us || signal.fall_us > signal.period_us)
+        throw UsageError{"edge longer than the period"};
+    if (signal.start_us > signal.period_us - signal.width_us) throw UsageError{"burst ends after its period"};
     if (changed) Check(qvsim_signal_set(id, &signal));
     if (signal.kind == QVSIM_SIGNAL_PULSE)
-        std::printf("pulse period %g us width %g us on %g dBm off %g dBm", signal.period_us, signal.width_us,
-                    signal.on_dbm, signal.off_dbm);
+        std::printf("pulse period %g us width %g us", signal.period_us, signal.width_us);
+    else if (signal.kind == QVSIM_SIGNAL_BURST)
+        std::printf("burst period %g us start %g us length %g us", signal.period_us, signal.start_us,
+                    signal.width_us);
+    if (signal.kind == QVSIM_SIGNAL_PULSE || signal.kind == QVSIM_SIGNAL_BURST)
+        std::printf(" on %g dBm off %g dBm rise %g us fall %g us overshoot %g dB droop %g dB", signal.on_dbm,
+                    signal.off_dbm, signal.rise_us, signal.fall_us, signal.overshoot_db, signal.droop_db);
     else
         std::printf("cw %g dBm", signal.cw_dbm);
     std::printf(" freq %g Hz noise %g dB seed %u\n", signal.freq_hz, signal.noise_db, signal.seed);

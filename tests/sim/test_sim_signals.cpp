@@ -222,7 +222,7 @@ TEST_F(SimSignals, SignalIsValidatedAndKeptWhole) {
     qvsim_signal good{};
     ASSERT_EQ(qvsim_signal_get(id_, &good), QVSIM_OK);
     using Spoil = void (*)(qvsim_signal&);
-    for (Spoil spoil : {Spoil([](qvsim_signal& s) { s.kind = 2; }), Spoil([](qvsim_signal& s) { s.cw_dbm = 50.5; }),
+    for (Spoil spoil : {Spoil([](qvsim_signal& s) { s.kind = 3; }), Spoil([](qvsim_signal& s) { s.cw_dbm = 50.5; }),
                         Spoil([](qvsim_signal& s) { s.cw_dbm = NAN; }), Spoil([](qvsim_signal& s) { s.period_us = 0; }),
                         Spoil([](qvsim_signal& s) { s.width_us = s.period_us + 1; }),
                         Spoil([](qvsim_signal& s) { s.noise_db = -0.1; }), Spoil([](qvsim_signal& s) { s.freq_hz = 0.5; })}) {
@@ -241,7 +241,7 @@ TEST_F(SimSignals, SignalIsValidatedAndKeptWhole) {
 // ---------------------------------------------------------------- pulse, noise, temperature
 
 TEST_F(SimSignals, PulseTrainFollowsTheSampleClockAcrossBlocks) {
-    ChangeSignal([](qvsim_signal& s) { s = qvsim_signal{QVSIM_SIGNAL_PULSE, 0.0, 100.0, 30.0, 0.0, -30.0, 0.0, 0, 1e9}; });
+    ChangeSignal([](qvsim_signal& s) { s = qvsim_signal{QVSIM_SIGNAL_PULSE, 0.0, 100.0, 30.0, 0.0, -30.0, 0.0, 0, 1e9, 0, 0, 0, 0, 0}; });
     ASSERT_EQ(Start(40), 1);
     const int on = ExpectedCount(QVSIM_PATH_LS, 0.0), off = ExpectedCount(QVSIM_PATH_LS, -30.0);
     // Samples every 2 us from the sensor's time 0: on while (2k mod 100) < 30.
@@ -475,7 +475,7 @@ TEST_F(SimSignals, SignalSetByTheToolInAnotherProcessIsSampledHere) {
     EXPECT_EQ(tool({"signal", "0", "pulse", "--period", "50", "--width", "5", "--on", "3", "--off", "-40"}), 0);
     qvsim_signal s{};
     ASSERT_EQ(qvsim_signal_get(id_, &s), QVSIM_OK);
-    const qvsim_signal wanted{QVSIM_SIGNAL_PULSE, -20.5, 50.0, 5.0, 3.0, -40.0, 0.2, 9, 2.5e9};
+    const qvsim_signal wanted{QVSIM_SIGNAL_PULSE, -20.5, 50.0, 5.0, 3.0, -40.0, 0.2, 9, 2.5e9, 0, 0, 0, 0, 0};
     EXPECT_EQ(Fields(s), Fields(wanted));
     EXPECT_EQ(tool({"signal", "123456", "pulse", "--width", "60"}), 2);  // wider than its period
     EXPECT_EQ(tool({"signal", "123456", "cw", "51"}), 2);
