@@ -18,8 +18,10 @@
 
 namespace qv {
 
-inline double AnalysisWatts(double dbm) { return 0.001 * std::pow(10.0, dbm / 10.0); }
-inline double AnalysisDbm(double watts) { return 10.0 * std::log10(watts / 0.001); }
+// exp and log rather than pow and log10: the same values to the last bit or
+// two, at a fraction of the cost, on a path that converts whole traces.
+inline double AnalysisWatts(double dbm) { return 0.001 * std::exp(dbm * 0.23025850929940458); }
+inline double AnalysisDbm(double watts) { return 4.3429448190325175 * std::log(watts / 0.001); }
 
 // ---------------------------------------------------------------- analysis trace and gates
 
