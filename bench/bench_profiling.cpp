@@ -5,8 +5,9 @@
 // crosses the detector paths' crossover band, so the merge blends) are split
 // and converted into the caller's trace exactly as PP_GetTrace does it: rows
 // 0..15 on the direct path, rows 16..27 as the delayed path's acquisition for a
-// user sweep and delay that select them. Filter (1 MHz, four poles) and
-// averaging are on, the costliest settings. Counters:
+// user sweep and delay that select them. Pipeline/ROW/0 runs the default
+// settings (no filter, no averaging), Pipeline/ROW/1 the costliest (1 MHz
+// four-pole filter, averaging with automatic restart). Counters:
 //   usb_ms    the row's raw bytes at 40 MB/s (USB 2.0 high speed, bulk)
 //   ratio_pct CPU time of one conversion as a share of usb_ms (target < 10)
 // The Steps benchmark splits the same work into its steps for each row.
@@ -101,11 +102,11 @@ std::vector<std::uint8_t> SweepPackets(int row) {
 }
 
 // The settings of the conversion of `row`; the user row it runs for.
-int Configure(int row, qv::DelayedPlan* plan) {
+int Configure(int row, qv::DelayedPlan* plan, bool costliest) {
     qv::TraceSettings& t = Slot(kSlot).trace;
-    t.filter = 5;
-    t.poles = 2;
-    t.avgMode = 1;
+    t.filter = costliest ? 5 : qv::kNoFilter;
+    t.poles = costliest ? 2 : 0;
+    t.avgMode = costliest ? 1 : 0;
     t.traceAvgs = 16;
     int user = row;
     if (row >= qv::kUserSweepRows) {
@@ -135,7 +136,7 @@ void Pipeline(benchmark::State& state) {
     }
     const int row = static_cast<int>(state.range(0));
     qv::DelayedPlan plan {};
-    const int user = Configure(row, &plan);
+    const int user = Configure(row, &plan, state.range(1) != 0);
     const std::vector<std::uint8_t> raw = SweepPackets(row);
     const std::int32_t length = qv::SweepConfigRow(user).traceLength;
     std::vector<double> trace(static_cast<std::size_t>(length));
@@ -153,7 +154,9 @@ void Pipeline(benchmark::State& state) {
     }
     SetUsbCounters(state, row);
 }
-BENCHMARK(Pipeline)->DenseRange(0, qv::kSweepRows - 1)->Unit(benchmark::kMicrosecond);
+BENCHMARK(Pipeline)
+    ->ArgsProduct({benchmark::CreateDenseRange(0, qv::kSweepRows - 1, 1), {0, 1}})
+    ->Unit(benchmark::kMicrosecond);
 
 // The same work step by step (wall-clock microseconds per trace in the counters).
 void Steps(benchmark::State& state) {
@@ -164,14 +167,15 @@ void Steps(benchmark::State& state) {
     using Clock = std::chrono::steady_clock;
     const int row = static_cast<int>(state.range(0));
     qv::DelayedPlan plan {};
-    const int user = Configure(row, &plan);
+    const int user = Configure(row, &plan, true);
     const bool delayed = row >= qv::kUserSweepRows;
     const std::vector<std::uint8_t> raw = SweepPackets(row);
     const qv::SweepConfig& c = qv::SweepConfigRow(row);
     const std::int32_t length = qv::SweepConfigRow(user).traceLength;
     const long long n = delayed ? plan.spanPoints
                                 : std::min<long long>(qv::RecordPoints(c), qv::SweepSpanPoints(row) + 2);
-    std::vector<double> hi(static_cast<std::size_t>(n)), lo(hi.size()), trace(static_cast<std::size_t>(length));
+    std::vector<std::uint16_t> hi(static_cast<std::size_t>(n)), lo(hi.size());
+    std::vector<double> converted(hi.size()), trace(static_cast<std::size_t>(length));
     double split = 0, convert = 0, resample = 0, filter = 0, average = 0;
     auto lap = [](Clock::time_point& t, double& into) {
         const Clock::time_point now = Clock::now();
@@ -184,13 +188,13 @@ void Steps(benchmark::State& state) {
         const qv::RecordTemperatures temps = qv::SplitPackets(
             raw.data(), c, c.packets, delayed ? plan.startPoint : 0, n, hi.data(), lo.data());
         lap(at, split);
-        const bool watts =
-            qv::LineariseMergeCorrect(kSlot, hi.data(), lo.data(), n, temps.tmpHi, temps.tmpLo);
+        const bool watts = qv::LineariseMergeCorrect(kSlot, hi.data(), lo.data(), converted.data(),
+                                                     n, temps.tmpHi, temps.tmpLo);
         lap(at, convert);
         if (delayed && plan.undersampled)
-            qv::SlowDecimate(user, hi.data(), n, trace.data(), length, watts);
+            qv::SlowDecimate(user, converted.data(), n, trace.data(), length, watts);
         else
-            qv::IntervalResample(hi.data(), delayed ? n : qv::RecordPoints(c),
+            qv::IntervalResample(converted.data(), delayed ? n : qv::RecordPoints(c),
                                  qv::SweepSpanPoints(user), trace.data(), length, watts);
         lap(at, resample);
         qv::FilterTrace(user, t.filter, t.poles, trace.data(), length);

@@ -160,8 +160,11 @@ std::int64_t SearchPacketRead(int slot, int row, std::uint8_t* buffer) {
     return whole ? c.packetBytes : 0;
 }
 
-RecordTemperatures SplitPackets(const std::uint8_t* buffer, const SweepConfig& row, int packets,
-                                std::int64_t first, std::int64_t count, double* hi, double* lo) {
+namespace {
+
+template <class Count>
+RecordTemperatures Split(const std::uint8_t* buffer, const SweepConfig& row, int packets,
+                         std::int64_t first, std::int64_t count, Count* hi, Count* lo) {
     std::int64_t sumHi = 0, sumLo = 0;
     for (int p = 0; p < packets; ++p) {
         const std::uint8_t* packet = buffer + static_cast<std::int64_t>(p) * row.packetBytes;
@@ -170,7 +173,7 @@ RecordTemperatures SplitPackets(const std::uint8_t* buffer, const SweepConfig& r
     }
     const std::int64_t recordPoints = static_cast<std::int64_t>(packets) * row.samplesPerPacket;
     std::int64_t i = 0;
-    for (; i < count && first + i < 0; ++i) hi[i] = lo[i] = 0.0;
+    for (; i < count && first + i < 0; ++i) hi[i] = lo[i] = 0;
     // Point k x packets + p is sample k of packet p: walk p and k along.
     std::int64_t p = (first + i) % packets, k = (first + i) / packets;
     for (; i < count && first + i < recordPoints; ++i) {
@@ -179,8 +182,21 @@ RecordTemperatures SplitPackets(const std::uint8_t* buffer, const SweepConfig& r
         hi[i] = Word(sample + 2);
         if (++p == packets) p = 0, ++k;
     }
-    for (; i < count; ++i) hi[i] = lo[i] = 0.0;
+    for (; i < count; ++i) hi[i] = lo[i] = 0;
     return {static_cast<std::int32_t>(sumHi / packets), static_cast<std::int32_t>(sumLo / packets)};
+}
+
+}  // namespace
+
+RecordTemperatures SplitPackets(const std::uint8_t* buffer, const SweepConfig& row, int packets,
+                                std::int64_t first, std::int64_t count, double* hi, double* lo) {
+    return Split(buffer, row, packets, first, count, hi, lo);
+}
+
+RecordTemperatures SplitPackets(const std::uint8_t* buffer, const SweepConfig& row, int packets,
+                                std::int64_t first, std::int64_t count, std::uint16_t* hi,
+                                std::uint16_t* lo) {
+    return Split(buffer, row, packets, first, count, hi, lo);
 }
 
 namespace {

@@ -43,6 +43,10 @@ struct RecordTemperatures {
 // record are 0.0. Gives the averaged temperature readings.
 RecordTemperatures SplitPackets(const std::uint8_t* buffer, const SweepConfig& row, int packets,
                                 std::int64_t first, std::int64_t count, double* hi, double* lo);
+// The same into 16-bit counts, as the conversion of a trace takes them.
+RecordTemperatures SplitPackets(const std::uint8_t* buffer, const SweepConfig& row, int packets,
+                                std::int64_t first, std::int64_t count, std::uint16_t* hi,
+                                std::uint16_t* lo);
 
 // Internal level to ADC thresholds: trgLevelEff, trgAdcHi, trgAdcLo of the slot.
 void InternalLevelThresholds(int slot);

@@ -90,6 +90,7 @@ void Size(TraceScratch& s, std::int64_t n) {
     if (static_cast<std::int64_t>(s.hi.size()) < n) {
         s.hi.resize(static_cast<std::size_t>(n));
         s.lo.resize(static_cast<std::size_t>(n));
+        s.converted.resize(static_cast<std::size_t>(n));
     }
 }
 
@@ -103,13 +104,13 @@ std::int32_t ConvertDirect(int slot, int row, const std::uint8_t* raw, double* t
     Size(scratch, n);
     const RecordTemperatures temps =
         SplitPackets(raw, c, c.packets, 0, n, scratch.hi.data(), scratch.lo.data());
-    const bool watts = LineariseMergeCorrect(slot, scratch.hi.data(), scratch.lo.data(), n,
-                                             temps.tmpHi, temps.tmpLo);
+    const bool watts = LineariseMergeCorrect(slot, scratch.hi.data(), scratch.lo.data(),
+                                             scratch.converted.data(), n, temps.tmpHi, temps.tmpLo);
+    const double* x = scratch.converted.data();
     if (c.traceLength >= record) {
         if (record != length) return kTraceCopyFailed;
-        CopyToWatts(scratch.hi.data(), trace, length, watts);
-    } else if (!IntervalResample(scratch.hi.data(), record, SweepSpanPoints(row), trace, length,
-                                 watts)) {
+        CopyToWatts(x, trace, length, watts);
+    } else if (!IntervalResample(x, record, SweepSpanPoints(row), trace, length, watts)) {
         return kTraceResampleFailed;
     }
     const TraceSettings& t = Slot(slot).trace;
@@ -122,17 +123,21 @@ std::int32_t ConvertDelayed(int slot, int u, const DelayedPlan& plan, const std:
                             double* trace, std::int32_t length, TraceScratch& scratch) {
     const SweepConfig& a = SweepConfigRow(plan.acqRow);
     const std::int64_t w = plan.spanPoints;
+    // A caller's length so large that its span outgrows the whole acquisition
+    // cannot be resampled from it: refused before anything is allocated.
+    if (w > RecordPoints(a)) return 0;
     Size(scratch, w);
     const RecordTemperatures temps = SplitPackets(raw, a, a.packets, plan.startPoint, w,
                                                   scratch.hi.data(), scratch.lo.data());
-    const bool watts = LineariseMergeCorrect(slot, scratch.hi.data(), scratch.lo.data(), w,
-                                             temps.tmpHi, temps.tmpLo);
+    const bool watts = LineariseMergeCorrect(slot, scratch.hi.data(), scratch.lo.data(),
+                                             scratch.converted.data(), w, temps.tmpHi, temps.tmpLo);
+    const double* x = scratch.converted.data();
     if (SweepConfigRow(u).traceLength >= w) {
         if (w < length) return 0;
-        CopyToWatts(scratch.hi.data(), trace, length, watts);
+        CopyToWatts(x, trace, length, watts);
     } else if (plan.undersampled) {
-        if (!SlowDecimate(u, scratch.hi.data(), w, trace, length, watts)) return 0;
-    } else if (!IntervalResample(scratch.hi.data(), w, SweepSpanPoints(u), trace, length, watts)) {
+        if (!SlowDecimate(u, x, w, trace, length, watts)) return 0;
+    } else if (!IntervalResample(x, w, SweepSpanPoints(u), trace, length, watts)) {
         return 0;
     }
     const TraceSettings& t = Slot(slot).trace;

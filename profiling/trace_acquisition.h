@@ -51,10 +51,12 @@ struct DelayedPlan {
 DelayedPlan PlanDelayed(int userRow, std::int32_t delayUsec, std::int32_t undersampling,
                         std::int32_t length);
 
-// Arrays of one acquisition: the two paths of the record or span.
+// Arrays of one acquisition: the counts of the two paths of the record or
+// span, and the converted trace before resampling.
 struct TraceScratch {
-    std::vector<double> hi;
-    std::vector<double> lo;
+    std::vector<std::uint16_t> hi;
+    std::vector<std::uint16_t> lo;
+    std::vector<double> converted;
 };
 
 // Conversion of the packets of a direct-path sweep of user row `row` into the

@@ -195,7 +195,18 @@ public:
             store_.stamp = 1;
         }
     }
-    // dBm and watts of `count`.
+    // dBm and watts of a count as the split gives it.
+    void Get(std::uint16_t c, double* dbm, double* watts) {
+        double* at = store_.levels.data() + 2 * c;
+        if (store_.seen[c] != store_.stamp) {
+            at[0] = Level(c);
+            at[1] = Watts(at[0]);
+            store_.seen[c] = store_.stamp;
+        }
+        *dbm = at[0];
+        *watts = at[1];
+    }
+    // dBm and watts of any value.
     void Get(double count, double* dbm, double* watts) {
         if (!(count >= 0.0 && count < kCounts) || static_cast<int>(count) != count) {
             *dbm = Level(count);  // not a count the split gives: worked out each time
@@ -233,13 +244,16 @@ private:
     bool clampHs_;
 };
 
-// Linearise, merge, offset and response at once, ending in watts: each count
-// is converted once per trace, so a point costs two look-ups instead of a
-// search per path, a conversion to watts (which the resampling would
-// otherwise do) and, in the crossover band, two more and a logarithm. The
-// same arithmetic as the steps one by one, in another order.
-void LineariseMergeCorrectToWatts(int slot, double* hi, const double* lo, std::int64_t n,
-                                  std::int32_t tmpHi, std::int32_t tmpLo) {
+// Linearise and merge at once: each count is converted once per trace, so a
+// point costs two look-ups instead of a segment search per path and, in the
+// crossover band, two conversions to watts. The same arithmetic as the steps
+// one by one (Linearise, MergePaths), in another order. kToWatts: the merged
+// power goes on in watts, with the offset and response factor applied (the
+// resampling would otherwise convert every point to watts, and the blends to
+// dBm first); else the merged trace is left in dBm for the edge correction.
+template <bool kToWatts, class Count>
+void ConvertCounts(int slot, const Count* hiCounts, const Count* lo, double* hi, std::int64_t n,
+                   std::int32_t tmpHi, std::int32_t tmpLo) {
     DeviceRecord& r = Slot(slot);
     const std::int32_t rowHi = TempRowIndex(slot, tmpHi);
     const std::int32_t rowLo = TempRowIndex(slot, tmpLo);
@@ -251,35 +265,54 @@ void LineariseMergeCorrectToWatts(int slot, double* hi, const double* lo, std::i
     double x = 0, y = 0, lsLower = 0, lsUpper = 0;
     CrossoverBounds(slot, r.tempRows[0].freq, &x, &y, &lsLower, &lsUpper);
     const double xw = Watts(x), yw = Watts(y);
-    const double factor = Watts(CorrectionDb(slot)) / 0.001;
+    const double factor = kToWatts ? Watts(CorrectionDb(slot)) / 0.001 : 1.0;
     for (std::int64_t i = 0; i < n; ++i) {
         double h, l, hw, lw;
-        hsLevels.Get(hi[i], &h, &hw);
+        hsLevels.Get(hiCounts[i], &h, &hw);
         lsLevels.Get(lo[i], &l, &lw);
-        double p;
-        if (h <= x) p = hw;
-        else if (l >= y) p = lw;
-        else if (h >= y || l < x) p = hw;
-        else p = ((yw - hw) / (yw - xw)) * hw + ((lw - xw) / (yw - xw)) * lw;
-        hi[i] = p * factor;
+        if (h <= x || (l < y && (h >= y || l < x))) {
+            hi[i] = kToWatts ? hw * factor : h;
+        } else if (l >= y) {
+            hi[i] = kToWatts ? lw * factor : l;
+        } else {
+            const double p = ((yw - hw) / (yw - xw)) * hw + ((lw - xw) / (yw - xw)) * lw;
+            hi[i] = kToWatts ? p * factor : Dbm(p);
+        }
     }
+}
+
+}  // namespace
+
+namespace {
+
+bool EdgeCorrected(int slot) {
+    const std::int32_t row = Slot(slot).trace.sweepTimeIdx;
+    return (row >= 0 && row <= 4) || (row >= 16 && row <= 18);
+}
+
+template <class Count>
+bool ConvertRecord(int slot, const Count* hiCounts, const Count* loCounts, double* out,
+                   std::int64_t n, std::int32_t tmpHi, std::int32_t tmpLo) {
+    if (!EdgeCorrected(slot)) {
+        ConvertCounts<true>(slot, hiCounts, loCounts, out, n, tmpHi, tmpLo);
+        return true;
+    }
+    ConvertCounts<false>(slot, hiCounts, loCounts, out, n, tmpHi, tmpLo);
+    EdgeCorrection(EdgeCorrectionLevel(slot), out, n);
+    OffsetAndResponse(slot, out, n);
+    return false;
 }
 
 }  // namespace
 
 bool LineariseMergeCorrect(int slot, double* hi, double* lo, std::int64_t n, std::int32_t tmpHi,
                            std::int32_t tmpLo) {
-    const std::int32_t row = Slot(slot).trace.sweepTimeIdx;
-    const bool edges = (row >= 0 && row <= 4) || (row >= 16 && row <= 18);
-    if (!edges) {
-        LineariseMergeCorrectToWatts(slot, hi, lo, n, tmpHi, tmpLo);
-        return true;
-    }
-    Linearise(slot, hi, lo, n, tmpHi, tmpLo);
-    MergePaths(slot, hi, lo, n);
-    if (edges) EdgeCorrection(EdgeCorrectionLevel(slot), hi, n);
-    OffsetAndResponse(slot, hi, n);
-    return false;
+    return ConvertRecord(slot, hi, lo, hi, n, tmpHi, tmpLo);
+}
+
+bool LineariseMergeCorrect(int slot, const std::uint16_t* hiCounts, const std::uint16_t* loCounts,
+                           double* out, std::int64_t n, std::int32_t tmpHi, std::int32_t tmpLo) {
+    return ConvertRecord(slot, hiCounts, loCounts, out, n, tmpHi, tmpLo);
 }
 
 std::int64_t SweepSpanPoints(int row) {

@@ -28,6 +28,9 @@ inline double WattsToDbm(double w) { return 4.3429448190325175 * std::log(w / 0.
 // straight on to resampling in watts). Updates lastTmpRowHi and lastTmpRowLo.
 bool LineariseMergeCorrect(int slot, double* hi, double* lo, std::int64_t n, std::int32_t tmpHi,
                            std::int32_t tmpLo);
+// The same from 16-bit counts as the split gives them, into `out`.
+bool LineariseMergeCorrect(int slot, const std::uint16_t* hiCounts, const std::uint16_t* loCounts,
+                           double* out, std::int64_t n, std::int32_t tmpHi, std::int32_t tmpLo);
 
 // The single steps, for the tests and the benchmark.
 void Linearise(int slot, double* hi, double* lo, std::int64_t n, std::int32_t tmpHi,

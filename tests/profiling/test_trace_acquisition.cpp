@@ -14,6 +14,7 @@
 #include "profiling/sweep_protocol.h"
 #include "profiling/trace_acquisition.h"
 #include "profiling/trace_conversion.h"
+#include "support/peer_process.h"
 
 using namespace qv;
 using qv::test::kAddr;
@@ -242,6 +243,8 @@ const Code kCodes[] = {
     {"ResampleFailed", [] {}, 6, 20000, -102},
     {"FilterFailed", [] { Trace().filter = 3, Trace().poles = 5; }, 6, 10000, -105},
     {"ResampleFailedDelayed", [] { PP_SetSweepTime(kAddr, 10), Trace().sweepDelayMode = 1; }, 16, 600, 0},
+    {"SpanBeyondTheRecord",
+     [] { PP_SetSweepTime(kAddr, 20000), PP_SetUndersampling20ms_50ms_100ms(kAddr, 1); }, 23, 50047, 0},
     {"FilterFailedDelayed",
      [] { PP_SetSweepTime(kAddr, 10), Trace().sweepDelayMode = 1, Trace().filter = 3, Trace().poles = 5; },
      16, 480, -1},
@@ -259,7 +262,7 @@ TEST_P(Codes, GetTraceAnswersAndLeavesTheAverageAlone) {
     Record().avgTrace[0] = 1e-3;
     if (c.queueRow >= 0) Queue(StepRecord(c.queueRow, 0));
     const std::int64_t handle = Record().deviceHandle;
-    std::vector<double> trace(20000, 7.0);
+    std::vector<double> trace(60000, 7.0);
     std::int32_t count = -3;
     EXPECT_EQ(PP_GetTrace(c.address, trace.data(), c.length, &count), c.result);
     EXPECT_EQ(count, -3);
@@ -283,6 +286,34 @@ TEST_F(Acquisition, TraceLengthOfEverySweepTime) {
     Record().inUse = 2;
     EXPECT_EQ(PP_GetTraceLength(kAddr), 0);
     Record().inUse = 1;
+}
+
+}  // namespace
+
+namespace {
+
+TEST_F(Acquisition, ATraceIsTakenWhileAnotherProcessHoldsItsOwnTraceSensor) {
+    AddSensor("PRO002", 10, "QV442A");
+    qv::test::PeerProcess peer;
+    ASSERT_TRUE(peer.Started());
+    ASSERT_GE(std::stoi(peer.Ask("init PRO002")), 1);
+    ASSERT_EQ(Slot(1).ownerPid, static_cast<std::uint32_t>(peer.Pid()));
+    ASSERT_EQ(PP_SetSweepTime(kAddr, 10), 1);
+    ASSERT_EQ(PP_SetTriggerSoure(kAddr, 2), 1);
+    Queue(StepRecord(0, 240));
+    std::vector<double> trace(480);
+    std::int32_t count = 0;
+    ASSERT_EQ(PP_GetTrace(kAddr, trace.data(), 480, &count), 1);
+    ExpectStep(trace, 240);
+    // The other process's sensor: refused, its settings as they were.
+    EXPECT_EQ(PP_SetTriggerSoure(10, 1), -1);
+    EXPECT_EQ(PP_SetSweepTime(10, 10), 0);
+    EXPECT_EQ(PP_GetTrace(10, trace.data(), 480, &count), -1);
+    EXPECT_EQ(PP_GetTraceLength(10), -1);
+    const TraceSettings& other = Slot(1).trace;
+    EXPECT_EQ(other.trgSource, 0);
+    EXPECT_EQ(other.sweepTimeUsec, 1000);
+    EXPECT_EQ(peer.Exit(), 0);
 }
 
 }  // namespace

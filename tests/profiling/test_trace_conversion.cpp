@@ -64,6 +64,39 @@ TEST_F(Conversion, MergeKeepsBlendsOrSwitchesPathsAcrossTheCrossoverBand) {
     for (std::size_t i = 0; i < hi.size(); ++i) EXPECT_DOUBLE_EQ(hi[i], expected[i]) << i;
 }
 
+TEST_F(Conversion, OnePassToWattsAgreesWithTheStepsOneByOne) {
+    Record().current.OffsetEnabled = 1;
+    Record().current.Offset_DB = -2.5;
+    Trace().sweepTimeIdx = 6;  // no edge correction: the one-pass conversion
+    std::vector<double> hi, lo;
+    for (long long i = 0; i < 40000; ++i) {
+        hi.push_back((i * 7919) % 65536);
+        lo.push_back((i * 104729) % 65536);
+    }
+    hi.push_back(1234.5);  // not a count the split gives
+    lo.push_back(-3.0);
+    std::vector<double> stepHi = hi, stepLo = lo;
+    const long long n = static_cast<long long>(hi.size());
+    ASSERT_TRUE(LineariseMergeCorrect(kSlot, hi.data(), lo.data(), n, kTemperature, kTemperature + 500));
+    Linearise(kSlot, stepHi.data(), stepLo.data(), n, kTemperature, kTemperature + 500);
+    MergePaths(kSlot, stepHi.data(), stepLo.data(), n);
+    OffsetAndResponse(kSlot, stepHi.data(), n);
+    for (long long i = 0; i < n; ++i)
+        ASSERT_NEAR(hi[i], DbmToWatts(stepHi[i]), DbmToWatts(stepHi[i]) * 1e-12) << i;
+    // Sweeps of 200 us and less: merged in dBm for the edge correction, which
+    // leaves a trace under its level (-35 dBm) alone.
+    Trace().sweepTimeIdx = 4;
+    std::vector<double> quietHi(hi.size(), 40000.0), quietLo(hi.size(), 60000.0);
+    std::vector<double> stepQuiet = quietHi, stepQuietLo = quietLo;
+    ASSERT_FALSE(LineariseMergeCorrect(kSlot, quietHi.data(), quietLo.data(), n, kTemperature,
+                                       kTemperature));
+    Linearise(kSlot, stepQuiet.data(), stepQuietLo.data(), n, kTemperature, kTemperature);
+    MergePaths(kSlot, stepQuiet.data(), stepQuietLo.data(), n);
+    OffsetAndResponse(kSlot, stepQuiet.data(), n);
+    ASSERT_LT(stepQuiet[0], -35.0 + Record().current.Offset_DB);
+    EXPECT_EQ(quietHi, stepQuiet);
+}
+
 TEST(EdgeCorrection, LeavesLowAndFlatPartsAloneAndLiftsTheFirstStepsOfAFall) {
     std::vector<double> x = {-60, -60, -60, -10, -10, -10, -10, -60, -60};
     std::vector<double> y = x;
