@@ -1087,8 +1087,9 @@ QV_API int32_t PP_GetMeasurementThreshold(int32_t address, double* dbm);
 QV_API int32_t PP_GetGateAveragePower(int32_t address, int32_t gate, double* dbm);
 /* Largest point (the first of equal ones), dBm; returns its index. */
 QV_API int32_t PP_GetGatePeakPower(int32_t address, int32_t gate, double* dbm);
-/* Peak minus average power, dB, written even when the result is -1. Returns
- * the index of the peak point; -1 as the two above, or a peak at index 0. */
+/* Peak minus average power, dB, written whenever both could be measured.
+ * Returns the index of the peak point; -1 as the two above, or (with the
+ * crest factor written) a peak at index 0. */
 QV_API int32_t PP_GetGateCrestFactor(int32_t address, int32_t gate, double* db);
 /* Mean of the first 5 % of the points minus that of the last 5 %, dB. */
 QV_API int32_t PP_GetGateDroop(int32_t address, int32_t gate, double* db);
