@@ -972,6 +972,314 @@ QV_API int32_t PP_GetTraceLength(int32_t address);
 QV_API int32_t PP_CnvtTrace(int32_t address, const double* in, int32_t n, double* out,
                             int32_t fromUnit, int32_t toUnit);
 
+/* ------------------------------------------------------------------ analysis trace and gates
+ *
+ * Analysis works on a frozen copy of a trace, the sensor's analysis trace:
+ * the last acquired trace (PP_CurrTrace2AnalysisTrace) or one of the
+ * caller's own (PP_SetAnalysisTrace). It is held in watts with its frequency,
+ * sweep time and length, and stays until it is replaced. Positions are point
+ * indices 0..length-1; times are microseconds from the first point, point p
+ * lying at p x sweep time / (length - 1). Up to ten gates (0..9) mark
+ * stretches of it; each measurement runs over the gate's points. Powers are
+ * averaged in watts and reported in dBm, ratios in dB. Every function takes
+ * the sensor's address (0..255) first, returns 1 on success unless stated and
+ * -1 on any failure: address out of range, sensor not initialised by the
+ * caller, null pointer, value out of range, or the library's lock not had.
+ * Outputs are written only on success. Gate functions other than
+ * PP_SetGateMode and PP_GetGateMode also return -1 until
+ * PP_CurrTrace2AnalysisTrace has made the analysis trace valid, or while the
+ * gate is off. */
+
+/* Copies the last acquired trace (PP_GetTraceLength points) into the analysis
+ * trace with the current frequency and sweep time, and makes the analysis
+ * trace valid. When `out` is not null and n >= that length, also writes the
+ * trace to `out` in dBm. Returns 1; -1 sensor not initialised by the caller
+ * (or no sweep time set). */
+QV_API int32_t PP_CurrTrace2AnalysisTrace(int32_t address, double* out, int32_t n);
+
+/* Freezes the caller's trace of n points (1..10000) in unit `unit`
+ * (QV_UNIT_; dBmV, dBV and codes above 7 cannot be taken, nor values <= 0 in
+ * W or V: such a point repeats the previous point, 0 W for the first) with
+ * its frequency (Hz) and sweep time (us, 1 or more, truncated to whole us).
+ * Points n..9999 become 0 W. Does not make the analysis trace valid. Returns
+ * 1; -1 null trace, n or sweep time out of range, sensor not initialised by
+ * the caller. */
+QV_API int32_t PP_SetAnalysisTrace(int32_t address, double freq, double sweepTime,
+                                   const double* trace, int32_t n, int32_t unit);
+
+/* Reads the analysis trace back in unit *unit (codes above 7 give
+ * -9999.999; a point of 0 W leaves the caller's value as it was), zero-fills
+ * the array up to *n, reports frequency (Hz) and sweep time (us) and sets *n
+ * to the length. *n on entry must be at least the length. Works whether or
+ * not the trace is valid. Returns 1; -1 *n too small, null pointer, sensor
+ * not initialised by the caller. */
+QV_API int32_t PP_GetAnalysisTrace(int32_t address, double* freq, double* sweepTime, double* trace,
+                                   int32_t* n, const int32_t* unit);
+
+/* Returns the number of points of the analysis trace; -1 sensor not
+ * initialised by the caller, or the analysis trace not valid; 0 its slot not
+ * found. */
+QV_API int32_t PP_GetAnalysisTraceLength(int32_t address);
+
+/* Returns 1 when the analysis trace is valid, 0 when not or when the slot is
+ * not found; -1 sensor not initialised by the caller. */
+QV_API int32_t PP_AnalysisTraceIsValid(int32_t address);
+
+/* Turns gate `gate` (0..9) off (0) or on (1). Needs no valid trace. Returns
+ * 1; -1 mode or gate out of range, sensor not initialised by the caller. */
+QV_API int32_t PP_SetGateMode(int32_t address, int32_t gate, int32_t mode);
+
+/* The gate's mode, 0 or 1. Returns 1; -1 as PP_SetGateMode. */
+QV_API int32_t PP_GetGateMode(int32_t address, int32_t gate, int32_t* mode);
+
+/* Sets both positions of the gate, 0 <= start <= end <= last index, and the
+ * matching times. Returns 1; -1 out of range, trace not valid, gate off. */
+QV_API int32_t PP_SetGateStartEndPosition(int32_t address, int32_t gate, int32_t start,
+                                          int32_t end);
+
+/* Sets the start position, 0..the current end position, and its time.
+ * Returns 1; -1 as PP_SetGateStartEndPosition. */
+QV_API int32_t PP_SetGateStartPosition(int32_t address, int32_t gate, int32_t start);
+
+/* Sets the end position, the current start position (and 0) to the last
+ * index, and its time. Returns 1; -1 as PP_SetGateStartEndPosition. */
+QV_API int32_t PP_SetGateEndPosition(int32_t address, int32_t gate, int32_t end);
+
+/* The gate's positions (-1 when never set). Return 1; -1 null pointer, trace
+ * not valid, gate off, sensor not initialised by the caller. */
+QV_API int32_t PP_GetGateStartEndPosition(int32_t address, int32_t gate, int32_t* start,
+                                          int32_t* end);
+QV_API int32_t PP_GetGateStartPosition(int32_t address, int32_t gate, int32_t* start);
+QV_API int32_t PP_GetGateEndPosition(int32_t address, int32_t gate, int32_t* end);
+
+/* The gate's positions with the times (us) of those positions. Returns 1; -1
+ * as PP_GetGateStartEndPosition. */
+QV_API int32_t PP_GetGateStartEndPositionTime(int32_t address, int32_t gate, int32_t* startPos,
+                                              double* startTime, int32_t* endPos,
+                                              double* endTime);
+
+/* Sets both times (us), 0 <= start <= end <= sweep time, and the positions
+ * nearest to them. Returns 1; -1 out of range, trace not valid, gate off. */
+QV_API int32_t PP_SetGateStartEndTime(int32_t address, int32_t gate, double start, double end);
+
+/* Sets the start time, 0..sweep time, and its position; a start later than
+ * the end time moves the end time to it (the end position stays). Returns 1;
+ * -1 as PP_SetGateStartEndTime. */
+QV_API int32_t PP_SetGateStartTime(int32_t address, int32_t gate, double start);
+
+/* Sets the end time, the start time (and 0) to the sweep time, and its
+ * position. Returns 1; -1 as PP_SetGateStartEndTime. */
+QV_API int32_t PP_SetGateEndTime(int32_t address, int32_t gate, double end);
+
+/* The gate's times as last set (us; -1 when never set). Return 1; -1 as
+ * PP_GetGateStartEndPosition. */
+QV_API int32_t PP_GetGateStartEndTime(int32_t address, int32_t gate, double* start, double* end);
+QV_API int32_t PP_GetGateStartTime(int32_t address, int32_t gate, double* start);
+QV_API int32_t PP_GetGateEndTime(int32_t address, int32_t gate, double* end);
+
+/* Sets *valid to 0 first, then to 1 when 0 <= start <= end <= last index.
+ * Returns 1 either way; -1 null pointer, trace not valid, gate off, sensor not
+ * initialised by the caller. */
+QV_API int32_t PP_GatePositionIsValid(int32_t address, int32_t gate, int32_t* valid);
+
+/* The measurement threshold (dBm, any value; -55 by default, -40 for the
+ * QV442A and R7705A): gate measurements from droop on raise points below it
+ * to it, and peaks and pulse edges must lie above it. Return 1; -1 null
+ * pointer, sensor not initialised by the caller. */
+QV_API int32_t PP_SetMeasurementThreshold(int32_t address, double dbm);
+QV_API int32_t PP_GetMeasurementThreshold(int32_t address, double* dbm);
+
+/* Gate measurements. Each needs a valid analysis trace, the gate on, its
+ * start time >= 0, end time <= the sweep time and start before end, and its
+ * positions within the trace. From droop on the gate needs 3 points and more.
+ * Each returns 1 (PP_GetGatePeakPower: the index of the peak point, 0 or
+ * more) or -1 when a condition fails, no pulse or crossing is found, or the
+ * result is not a finite number. The pulse finder splits the gate's points at
+ * their mean, and places the pulse level half-way between the two groups, or
+ * QV_GetPulseCriteria below the maximum when the upper group lies less than
+ * that above the mean. */
+/* Mean power of the gate's points, dBm. */
+QV_API int32_t PP_GetGateAveragePower(int32_t address, int32_t gate, double* dbm);
+/* Largest point (the first of equal ones), dBm; returns its index. */
+QV_API int32_t PP_GetGatePeakPower(int32_t address, int32_t gate, double* dbm);
+/* Peak minus average power, dB, written whenever both could be measured.
+ * Returns the index of the peak point; -1 as the two above, or (with the
+ * crest factor written) a peak at index 0. */
+QV_API int32_t PP_GetGateCrestFactor(int32_t address, int32_t gate, double* db);
+/* Mean of the first 5 % of the points minus that of the last 5 %, dB. */
+QV_API int32_t PP_GetGateDroop(int32_t address, int32_t gate, double* db);
+/* Largest of the first quarter over the mean of the rest, dB. */
+QV_API int32_t PP_GetGateOverShoot(int32_t address, int32_t gate, double* db);
+/* 10 % to 90 % of the gate's last point (the gate ends on the pulse top), us. */
+QV_API int32_t PP_GetGateRiseTime(int32_t address, int32_t gate, double* usec);
+/* 90 % to 10 % of the gate's first point (the gate starts on the pulse top), us. */
+QV_API int32_t PP_GetGateFallTime(int32_t address, int32_t gate, double* usec);
+/* Width of the first pulse at its top less the pulse criteria, us. */
+QV_API int32_t PP_GetGatePulseWidth(int32_t address, int32_t gate, double* usec);
+/* Mean power of the first pulse's top, dBm. */
+QV_API int32_t PP_GetGatePulsePower(int32_t address, int32_t gate, double* dbm);
+/* Time between the rising edges of the first two pulses, us. */
+QV_API int32_t PP_GetGatePRT(int32_t address, int32_t gate, double* usec);
+/* 1e6 / PRT, Hz. */
+QV_API int32_t PP_GetGatePRF(int32_t address, int32_t gate, double* hz);
+/* Pulse width / PRT, a fraction (not per cent). */
+QV_API int32_t PP_GetGateDutyCycle(int32_t address, int32_t gate, double* ratio);
+
+/* ------------------------------------------------------------------ markers and peak search
+ *
+ * A peak is a local maximum that rises by the excursion above the lowest
+ * point before it and falls by the excursion below itself after it, and lies
+ * above a threshold; a final rise that never falls back is not a peak. On the
+ * analysis trace the excursion is QV_GetPulseCriteria and the threshold
+ * PP_GetMeasurementThreshold. Ten markers (0..9) point at samples of the
+ * analysis trace: mode 0 off, 1 normal, 2 delta (setters and moves then act
+ * on the second, delta point; the reference point is the one set in mode 1).
+ * Marker functions take the address and the marker index and return -1 when
+ * the sensor is not initialised by the caller, the index is out of range, a
+ * pointer is null, or (all but PP_SetMarkerMode and PP_GetMarkerMode) the
+ * analysis trace is not valid, or (all but these and PP_MarkerPosIsValid) the
+ * marker is off. */
+
+/* One peak: point index and value (dBm), 16 bytes. */
+typedef struct PP_Peak {
+    int32_t Index;
+    int32_t Reserved; /* no meaning */
+    double Value;
+} PP_Peak;
+
+/* Sets the marker's mode, 0..2. Returns 1; -1 out of range. */
+QV_API int32_t PP_SetMarkerMode(int32_t address, int32_t marker, int32_t mode);
+/* The marker's mode. Returns 1. */
+QV_API int32_t PP_GetMarkerMode(int32_t address, int32_t marker, int32_t* mode);
+/* Puts the marker on point `index` with its time and power. Returns 1; -1 a
+ * negative index, or one beyond the trace (both points then become -1); in
+ * mode 2, 0 when the reference point lies outside the trace (it becomes -1). */
+QV_API int32_t PP_SetMarkerPosition(int32_t address, int32_t marker, int32_t index);
+/* Sets *index to -1, then to the point (mode 2: the delta point). Returns 1;
+ * -1 when the point (or the reference point) lies outside the trace, which
+ * then becomes -1. */
+QV_API int32_t PP_GetMarkerPosition(int32_t address, int32_t marker, int32_t* index);
+/* Puts the marker on the point nearest to `usec` (0..sweep time); the
+ * amplitude is not refreshed. Returns 1; -1 out of range. */
+QV_API int32_t PP_SetMarkerPositionTime(int32_t address, int32_t marker, double usec);
+/* The time (us) of the marker's point (mode 2: the delta point). Returns 1. */
+QV_API int32_t PP_GetMarkerPositionTime(int32_t address, int32_t marker, double* usec);
+/* Mode 2 only: puts the delta point `usec` after the reference point (the sum
+ * within 0..sweep time). Returns 1; -1 otherwise. */
+QV_API int32_t PP_SetMarkerDeltaTime(int32_t address, int32_t marker, double usec);
+/* Mode 2 only: delta time minus reference time, us. Returns 1; -1 otherwise. */
+QV_API int32_t PP_GetMarkerDeltaTime(int32_t address, int32_t marker, double* usec);
+/* Power at the marker's point (mode 2: the delta point), dBm; a point of 0 W
+ * reads as -infinity. Returns 1; -1 when the reference point is not before
+ * the last point, or the point lies outside the trace. */
+QV_API int32_t PP_GetMarkerAmp(int32_t address, int32_t marker, double* dbm);
+/* Mode 2 only: power at the delta point minus power at the reference point,
+ * dB. Returns 1; -1 otherwise or when a point lies outside the trace. */
+QV_API int32_t PP_GetMarkerDeltaAmp(int32_t address, int32_t marker, double* db);
+/* *valid = 1 when the marker's point (mode 2: the delta point) lies before
+ * the trace's last point, else 0; untouched in mode 0. Returns 1. */
+QV_API int32_t PP_MarkerPosIsValid(int32_t address, int32_t marker, int32_t* valid);
+
+/* Marker moves to a peak of the analysis trace (of its first 3000 peaks): the
+ * highest, lowest, first or last peak; the next peak to the right (the last
+ * when none; the first when the marker lies before it or there is one peak);
+ * the previous peak (the first when the marker is at or before it or there is
+ * one); the next higher peak (the highest when none); the next lower (the
+ * lowest when none). Each sets point, time and amplitude (the peak's value).
+ * Return the new point index; -1 when there is no peak, or as above. */
+QV_API int32_t PP_MarkerToPk(int32_t address, int32_t marker);
+QV_API int32_t PP_MarkerToLowestPk(int32_t address, int32_t marker);
+QV_API int32_t PP_MarkerToFirstPk(int32_t address, int32_t marker);
+QV_API int32_t PP_MarkerToLastPk(int32_t address, int32_t marker);
+QV_API int32_t PP_MarkerNextPk(int32_t address, int32_t marker);
+QV_API int32_t PP_MarkerPrevPk(int32_t address, int32_t marker);
+QV_API int32_t PP_MarkerPkHigher(int32_t address, int32_t marker);
+QV_API int32_t PP_MarkerPkLower(int32_t address, int32_t marker);
+
+/* Up to n peaks of the analysis trace into `peaks`, by index (_Idx: values
+ * strictly above the threshold) or by value, highest first (_Val: at or above
+ * the threshold; equal values in index order); *count the number found. A
+ * maximum below 1 finds nothing. Return 1; -1 null pointer, sensor not
+ * initialised by the caller. */
+QV_API int32_t PP_GetPeaks_Idx(int32_t address, PP_Peak* peaks, int32_t n, int32_t* count);
+QV_API int32_t PP_GetPeaks_Val(int32_t address, PP_Peak* peaks, int32_t n, int32_t* count);
+
+/* As PP_GetPeaks_Idx and PP_GetPeaks_Val into parallel arrays of indices and
+ * values. They fill min(n, 10000) entries of both: the first *count are
+ * peaks, the rest read 0. Return 0 at once, touching nothing, when n < 1;
+ * else 1, or -1 as PP_GetPeaks_Idx. The _Flat forms are the same functions. */
+QV_API int32_t PP_GetPeaks_VEE_Idx(int32_t address, int32_t* indices, double* values, int32_t n,
+                                   int32_t* count);
+QV_API int32_t PP_GetPeaks_VEE_Val(int32_t address, int32_t* indices, double* values, int32_t n,
+                                   int32_t* count);
+QV_API int32_t PP_GetPeaks_Idx_Flat(int32_t address, int32_t* indices, double* values, int32_t n,
+                                    int32_t* count);
+QV_API int32_t PP_GetPeaks_Val_Flat(int32_t address, int32_t* indices, double* values, int32_t n,
+                                    int32_t* count);
+
+/* Up to n peaks of the caller's trace (`length` points in dBm; `unit` is
+ * taken and not used) with the given excursion (dB) and threshold (dBm), by
+ * index or by value as PP_GetPeaks_Idx and PP_GetPeaks_Val. No sensor is
+ * needed. Return 1; -1 null pointer or negative length. */
+QV_API int32_t PP_GetPeaksFromTr_Idx(const double* trace, int32_t length, int32_t unit,
+                                     double excursion, double threshold, PP_Peak* peaks,
+                                     int32_t n, int32_t* count);
+QV_API int32_t PP_GetPeaksFromTr_Val(const double* trace, int32_t length, int32_t unit,
+                                     double excursion, double threshold, PP_Peak* peaks,
+                                     int32_t n, int32_t* count);
+/* The same into parallel arrays; only the first *count entries are written.
+ * Return 1; -1 as above. */
+QV_API int32_t PP_GetPeaksFromTr_Idx_Flat(const double* trace, int32_t length, int32_t unit,
+                                          double excursion, double threshold, int32_t* indices,
+                                          double* values, int32_t n, int32_t* count);
+QV_API int32_t PP_GetPeaksFromTr_Val_Flat(const double* trace, int32_t length, int32_t unit,
+                                          double excursion, double threshold, int32_t* indices,
+                                          double* values, int32_t n, int32_t* count);
+
+/* ------------------------------------------------------------------ pulse edges and trace statistics
+ *
+ * Figures of the whole analysis trace. Each returns 1, or -1 when the sensor
+ * is not initialised by the caller, a pointer is null, the analysis trace is
+ * not valid, or (powers) the result is no finite number of dBm (a trace of
+ * 0 W). The pulse level is the peak less QV_GetPulseCriteria (3 dB while
+ * automatic pulse criteria are on). */
+/* Mean power of all points, dBm. */
+QV_API int32_t PP_GetTraceAvgPower(int32_t address, double* dbm);
+/* Largest point, dBm. */
+QV_API int32_t PP_GetTracePkPwr(int32_t address, double* dbm);
+/* Peak minus average power, dB. */
+QV_API int32_t PP_GetTraceCrestFactor(int32_t address, double* db);
+/* Mean power of the points at or above the pulse level, dBm. */
+QV_API int32_t PP_GetTracePulsePower(int32_t address, double* dbm);
+/* Share of the points at or above the pulse level, a fraction 0..1. */
+QV_API int32_t PP_GetTraceDC(int32_t address, double* ratio);
+/* The edges of the pulse around peak point `peak` (4 to last index - 4): the
+ * nearest points on either side at or below the peak less
+ * QV_GetPulseCriteria. Returns 1; -1 as above, the peak out of range or
+ * below the measurement threshold, or an edge not found. */
+QV_API int32_t PP_GetPulseEdgesPosition(int32_t address, int32_t peak, int32_t* left,
+                                        int32_t* right);
+/* As PP_GetPulseEdgesPosition for the peak at `peakUsec` (truncated to its
+ * point), edges as times in us. */
+QV_API int32_t PP_GetPulseEdgesTime(int32_t address, double peakUsec, double* left, double* right);
+/* Kept for old applications: do nothing, leave the array untouched, return 0. */
+QV_API int32_t PP_GetTraceCDF(int32_t address, double* values, int32_t n);
+QV_API int32_t PP_GetTraceCCDF(int32_t address, double* values, int32_t n);
+QV_API int32_t PP_GetTracePwrDensity(int32_t address, double* values, int32_t n);
+
+/* ------------------------------------------------------------------ burst measurement */
+
+/* Measures a burst: the largest, mean and smallest power (dBm) of one trace's
+ * points inside the window from `start` for `length` us (start, length >= 0,
+ * start + length <= 1000000). Sets the sweep time to the shortest of 1, 2, 5,
+ * 10, 20, 100, 500 ms and 1 s that covers the window, the trigger source to
+ * automatic level (trigger 0) or the external input (any other value) and the
+ * trigger edge to 0, and leaves them so; works with every model. Takes a
+ * trace, up to three tries. Returns 1; -1 window out of range, null pointer,
+ * sensor not initialised by the caller, a setting refused, or no trace. */
+QV_API int32_t QV_MeasureBurst_DBM(int32_t address, int32_t start, int32_t length, int32_t trigger,
+                                   double* maximum, double* average, double* minimum);
+
 #ifdef __cplusplus
 }
 #endif

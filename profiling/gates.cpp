@@ -1,0 +1,394 @@
+// Gate measurements: average and peak power, crest factor, droop, overshoot,
+// rise and fall time, pulse width, pulse-top power, repetition time and
+// frequency, duty cycle.
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <vector>
+
+#include "profiling/analysis.h"
+
+namespace qv {
+
+namespace {
+
+// Sums in four interleaved parts: a single running sum waits on every add,
+// which on whole traces costs four times as long; the rounding differs from
+// it only in the last bits.
+double Sum(const double* p, int n) {
+    double s0 = 0.0, s1 = 0.0, s2 = 0.0, s3 = 0.0;
+    int i = 0;
+    for (; i + 4 <= n; i += 4) {
+        s0 += p[i];
+        s1 += p[i + 1];
+        s2 += p[i + 2];
+        s3 += p[i + 3];
+    }
+    for (; i < n; ++i) s0 += p[i];
+    return (s0 + s1) + (s2 + s3);
+}
+
+double Mean(const double* p, int from, int to) {  // inclusive
+    return Sum(p + from, to - from + 1) / (to - from + 1);
+}
+
+// Fraction of the way from a to b at which `level` lies; a flat step (both
+// points on the level) crosses at its first point.
+double Crossing(double level, double a, double b) {
+    const double d = b - a;
+    return d == 0.0 ? 0.0 : (level - a) / d;
+}
+
+bool Finite(double v, double* out) {
+    if (!std::isfinite(v)) return false;
+    *out = v;
+    return true;
+}
+
+}  // namespace
+
+bool GateDroop(const double* p, int n, double* db) {
+    if (n < 3) return false;
+    const double w = 0.05 * n;
+    const int k = static_cast<int>(w);
+    const double f = w - k;
+    double head = f * p[k + 1];
+    double tail = f * p[n - k - 2];
+    for (int i = 0; i < k; ++i) head += p[i];
+    for (int i = n - k; i < n; ++i) tail += p[i];
+    return Finite(AnalysisDbm(head / w) - AnalysisDbm(tail / w), db);
+}
+
+bool GateOverShoot(const double* p, int n, double* db) {
+    if (n < 3) return false;
+    const int q = n / 4;
+    double peak = p[0];
+    for (int i = 1; i <= q; ++i)
+        if (p[i] > peak) peak = p[i];
+    return Finite(AnalysisDbm(peak) - AnalysisDbm(Mean(p, q, n - 1)), db);
+}
+
+bool GateRiseTime(const double* p, int n, const GateScale& s, double* usec) {
+    if (n < 3) return false;
+    const double ref = p[n - 1];
+    const double l90 = 0.9 * ref, l10 = 0.1 * ref;
+    int i90 = -1, i10 = -1;
+    for (int i = n - 2; i >= 1 && i90 < 0; --i)
+        if (p[i] < l90) i90 = i;
+    if (i90 < 0) return false;
+    for (int i = i90; i >= 1 && i10 < 0; --i)
+        if (p[i] < l10) i10 = i;
+    if (i10 < 0) return false;
+    if (!(p[i90] <= l90 && l90 <= p[i90 + 1]) || !(p[i10] <= l10 && l10 <= p[i10 + 1])) return false;
+    const double t90 = i90 + Crossing(l90, p[i90], p[i90 + 1]);
+    const double t10 = i10 + Crossing(l10, p[i10], p[i10 + 1]);
+    return Finite((t90 - t10) * s.usecPerPoint, usec);
+}
+
+bool GateFallTime(const double* p, int n, const GateScale& s, double* usec) {
+    if (n < 3) return false;
+    const double ref = p[0];
+    const double l90 = 0.9 * ref, l10 = 0.1 * ref;
+    int i90 = -1, i10 = -1;
+    for (int i = 1; i <= n - 2 && i90 < 0; ++i)
+        if (p[i] < l90) i90 = i;
+    if (i90 < 0) return false;
+    for (int i = i90; i <= n - 2 && i10 < 0; ++i)
+        if (p[i] < l10) i10 = i;
+    if (i10 < 0) return false;
+    if (!(p[i90] <= l90 && l90 <= p[i90 - 1]) || !(p[i10] <= l10 && l10 <= p[i10 - 1])) return false;
+    // Measured from the falling side: the crossing lies before the point found.
+    const double t90 = i90 - Crossing(l90, p[i90], p[i90 - 1]);
+    const double t10 = i10 - Crossing(l10, p[i10], p[i10 - 1]);
+    return Finite(std::fabs(t10 - t90) * s.usecPerPoint, usec);
+}
+
+bool FindFirstPulse(const double* p, int n, double criteriaDb, FirstPulse* pulse) {
+    if (n < 6) return false;
+    double max = p[0];
+    for (int i = 0; i < n; ++i) max = p[i] > max ? p[i] : max;
+    const double sum = Sum(p, n);
+    const double mean = sum / n;
+    // The split follows the trace; the high group is summed branch-free in
+    // four parts like Sum, the low group is the rest.
+    double h[4] = {0.0, 0.0, 0.0, 0.0};
+    int highCount = 0;
+    for (int i = 0; i < n; ++i) {
+        const bool high = p[i] > mean;
+        h[i & 3] += high ? p[i] : 0.0;
+        highCount += high;
+    }
+    const double highSum = (h[0] + h[1]) + (h[2] + h[3]);
+    const double lowSum = sum - highSum;
+    const int lowCount = n - highCount;
+    if (lowCount == 0 || highCount == 0) return false;
+    const double highMean = highSum / highCount, lowMean = lowSum / lowCount;
+    // A shallow pulse (its top less than the criteria above the mean) is cut
+    // at the criteria below its maximum; a deep one half-way between the groups.
+    const double level = AnalysisDbm(highMean) - AnalysisDbm(mean) < criteriaDb
+                             ? AnalysisWatts(AnalysisDbm(max) - criteriaDb)
+                             : (lowMean + highMean) / 2.0;
+    int i = 0;
+    while (i < n && p[i] >= level) ++i;
+    while (i < n && !(p[i] > level)) ++i;
+    if (i >= n) return false;
+    const int rise = i;
+    for (++i; i < n && !(p[i] < level); ++i) {}
+    if (i >= n) return false;
+    pulse->rise = rise;
+    pulse->fall = i;
+    return true;
+}
+
+namespace {
+
+// The rising crossing of the pulse whose first point above the level is r:
+// the fractional index where the trace passes the level.
+bool RisingCrossing(const double* p, int n, int& r, double level, double* t) {
+    if (p[r] > level) {
+        while (p[r] > level)
+            if (--r < 0) return false;
+    } else if (p[r + 1] < level) {
+        while (p[r + 1] < level)
+            if (++r + 1 >= n) return false;
+    }
+    *t = r + Crossing(level, p[r], p[r + 1]);
+    return true;
+}
+
+bool FallingCrossing(const double* p, int n, int f, double level, double* t) {
+    if (p[f] < level) {
+        while (p[f] < level)
+            if (--f < 1) return false;
+    } else {
+        while (f + 1 < n && p[f + 1] >= level) ++f;
+        if (f + 1 >= n) return false;
+    }
+    *t = f + Crossing(level, p[f], p[f + 1]);
+    return true;
+}
+
+// First pulse of a width or pulse-power measurement, with its level
+// (criteria below its top) and its rising crossing.
+struct MeasuredPulse {
+    FirstPulse first;
+    int rise;  // after the crossing search
+    double level;
+    double tRise;
+};
+
+bool MeasurePulseStart(const double* p, int n, double criteriaDb, MeasuredPulse* m) {
+    if (n < 3 || !FindFirstPulse(p, n, criteriaDb, &m->first)) return false;
+    const FirstPulse& fp = m->first;
+    if (!(fp.rise >= 1 && fp.fall < n && fp.fall > fp.rise + 1)) return false;
+    m->level = AnalysisWatts(AnalysisDbm(Mean(p, fp.rise, fp.fall - 1)) - criteriaDb);
+    m->rise = fp.rise;
+    return RisingCrossing(p, n, m->rise, m->level, &m->tRise);
+}
+
+// The rising crossing used by the repetition time: located between r - 1 and r.
+bool RepetitionCrossing(const double* p, int n, int r, double level, double* t) {
+    if (p[r] > level) {
+        while (p[r - 1] > level)
+            if (--r == 0) return false;
+    } else {
+        while (p[r] < level) {
+            if (r >= n - 1) return false;
+            ++r;
+        }
+    }
+    *t = (r - 1) + Crossing(level, p[r - 1], p[r]);
+    return true;
+}
+
+}  // namespace
+
+bool GatePulseWidth(const double* p, int n, const GateScale& s, double* usec) {
+    MeasuredPulse m;
+    if (!MeasurePulseStart(p, n, s.criteriaDb, &m)) return false;
+    double tFall;
+    if (!FallingCrossing(p, n, m.first.fall, m.level, &tFall)) return false;
+    return Finite((tFall - m.tRise) * s.sweepUsec / s.pulsePoints, usec);
+}
+
+bool GatePulsePower(const double* p, int n, const GateScale& s, double* dbm) {
+    MeasuredPulse m;
+    if (!MeasurePulseStart(p, n, s.criteriaDb, &m)) return false;
+    const int from = m.rise + 1, to = m.first.fall - 1;
+    if (from > to) return false;
+    const double mean = Mean(p, from, to);
+    if (!(mean > 0.0)) return false;
+    return Finite(AnalysisDbm(mean), dbm);
+}
+
+bool GatePRT(const double* p, int n, const GateScale& s, double* usec) {
+    if (n < 3) return false;
+    FirstPulse one, two;
+    if (!FindFirstPulse(p, n, s.criteriaDb, &one) || one.fall + 5 > n - 1) return false;
+    // The second search starts at the first pulse's falling index: the six
+    // points the finder needs are what the check above leaves.
+    if (!FindFirstPulse(p + one.fall, n - one.fall, s.criteriaDb, &two)) return false;
+    two.rise += one.fall;
+    two.fall += one.fall;
+    const double top1 = Mean(p, one.rise, one.fall - 1), top2 = Mean(p, two.rise, two.fall - 1);
+    const double level = AnalysisWatts(AnalysisDbm(std::min(top1, top2)) - s.criteriaDb);
+    double t1, t2;
+    if (!RepetitionCrossing(p, n, one.rise, level, &t1) ||
+        !RepetitionCrossing(p, n, two.rise, level, &t2))
+        return false;
+    return Finite((t2 - t1) * s.sweepUsec / s.pulsePoints, usec);
+}
+
+// ---------------------------------------------------------------- operations
+
+namespace {
+
+// The points of a gate ready to measure, with the scales of its trace.
+struct GatePoints {
+    const double* p = nullptr;  // the gate's first point in the analysis trace
+    int n = 0;
+    std::int32_t start = 0;
+    GateScale scale {};
+};
+
+// The copy raised to the threshold. Calls run one at a time under the
+// machine-wide lock, so one buffer serves them all without allocating.
+double floorBuffer[kTraceCapacity];
+
+bool PrepareGate(std::int32_t address, std::int32_t gate, bool floor, GatePoints* g) {
+    if (gate < 0 || gate >= kGateCount) return false;
+    const std::int32_t slot = AnalysisSlot(address);
+    if (slot == kNoSlot) return false;
+    const DeviceRecord& r = Slot(slot);
+    const AnalysisTrace& a = r.analysis;
+    const GateRecord& gr = r.analysisSetup.gates[gate];
+    if (a.analysisValid != 1 || gr.mode != 1) return false;
+    if (!(gr.startTime >= 0.0 && gr.endTime <= a.analysisSweepTime && gr.startTime < gr.endTime))
+        return false;
+    // Positions kept from an earlier, longer trace are not measured.
+    if (!(0 <= gr.startPos && gr.startPos <= gr.endPos && gr.endPos <= a.analysisLastIdx))
+        return false;
+    g->start = gr.startPos;
+    g->n = gr.endPos - gr.startPos + 1;
+    g->p = a.analysisTrace + gr.startPos;
+    g->scale.sweepUsec = a.analysisSweepTime;
+    g->scale.usecPerPoint = a.analysisLastIdx > 0
+                                ? static_cast<double>(a.analysisSweepTime) / a.analysisLastIdx : 0.0;
+    g->scale.pulsePoints = PulseTimeScalePoints(a.analysisSweepTime);
+    g->scale.criteriaDb = r.current.PulseCriteria_DB;
+    if (floor) {
+        if (g->n < 3) return false;
+        const double threshold = AnalysisWatts(r.analysisSetup.measThreshold);
+        for (int i = 0; i < g->n; ++i) floorBuffer[i] = std::max(g->p[i], threshold);
+        g->p = floorBuffer;
+    }
+    return true;
+}
+
+template <class Measure>
+std::int32_t MeasureGate(std::int32_t address, std::int32_t gate, double* out, Measure measure) {
+    if (!out) return -1;
+    GatePoints g;
+    if (!PrepareGate(address, gate, true, &g)) return -1;
+    double v;
+    if (!measure(g, &v)) return -1;
+    *out = v;
+    return 1;
+}
+
+}  // namespace
+
+std::int32_t GetGateAveragePower(std::int32_t address, std::int32_t gate, double* dbm) {
+    if (!dbm) return -1;
+    GatePoints g;
+    if (!PrepareGate(address, gate, false, &g)) return -1;
+    double v;
+    if (!Finite(AnalysisDbm(Mean(g.p, 0, g.n - 1)), &v)) return -1;
+    *dbm = v;
+    return 1;
+}
+
+std::int32_t GetGatePeakPower(std::int32_t address, std::int32_t gate, double* dbm) {
+    if (!dbm) return -1;
+    GatePoints g;
+    if (!PrepareGate(address, gate, false, &g)) return -1;
+    int at = 0;
+    for (int i = 1; i < g.n; ++i)
+        if (g.p[i] > g.p[at]) at = i;
+    double v;
+    if (!Finite(AnalysisDbm(g.p[at]), &v)) return -1;
+    *dbm = v;
+    return g.start + at;
+}
+
+std::int32_t GetGateCrestFactor(std::int32_t address, std::int32_t gate, double* db) {
+    if (!db) return -1;
+    double average, peak;
+    if (GetGateAveragePower(address, gate, &average) < 0) return -1;
+    if (GetGatePeakPower(address, gate, &peak) < 0) return -1;
+    *db = peak - average;
+    return 1;
+}
+
+std::int32_t GetGateDroop(std::int32_t address, std::int32_t gate, double* db) {
+    return MeasureGate(address, gate, db, [](GatePoints& g, double* v) {
+        return GateDroop(g.p, g.n, v);
+    });
+}
+
+std::int32_t GetGateOverShoot(std::int32_t address, std::int32_t gate, double* db) {
+    return MeasureGate(address, gate, db, [](GatePoints& g, double* v) {
+        return GateOverShoot(g.p, g.n, v);
+    });
+}
+
+std::int32_t GetGateRiseTime(std::int32_t address, std::int32_t gate, double* usec) {
+    return MeasureGate(address, gate, usec, [](GatePoints& g, double* v) {
+        return GateRiseTime(g.p, g.n, g.scale, v);
+    });
+}
+
+std::int32_t GetGateFallTime(std::int32_t address, std::int32_t gate, double* usec) {
+    return MeasureGate(address, gate, usec, [](GatePoints& g, double* v) {
+        return GateFallTime(g.p, g.n, g.scale, v);
+    });
+}
+
+std::int32_t GetGatePulseWidth(std::int32_t address, std::int32_t gate, double* usec) {
+    return MeasureGate(address, gate, usec, [](GatePoints& g, double* v) {
+        return GatePulseWidth(g.p, g.n, g.scale, v);
+    });
+}
+
+std::int32_t GetGatePulsePower(std::int32_t address, std::int32_t gate, double* dbm) {
+    return MeasureGate(address, gate, dbm, [](GatePoints& g, double* v) {
+        return GatePulsePower(g.p, g.n, g.scale, v);
+    });
+}
+
+std::int32_t GetGatePRT(std::int32_t address, std::int32_t gate, double* usec) {
+    return MeasureGate(address, gate, usec, [](GatePoints& g, double* v) {
+        return GatePRT(g.p, g.n, g.scale, v);
+    });
+}
+
+std::int32_t GetGatePRF(std::int32_t address, std::int32_t gate, double* hz) {
+    return MeasureGate(address, gate, hz, [](GatePoints& g, double* v) {
+        double prt;
+        if (!GatePRT(g.p, g.n, g.scale, &prt) || !(prt > 0.0)) return false;
+        *v = 1e6 / prt;
+        return true;
+    });
+}
+
+std::int32_t GetGateDutyCycle(std::int32_t address, std::int32_t gate, double* ratio) {
+    return MeasureGate(address, gate, ratio, [](GatePoints& g, double* v) {
+        double width, prt;
+        if (!GatePulseWidth(g.p, g.n, g.scale, &width) || !GatePRT(g.p, g.n, g.scale, &prt) ||
+            !(prt > 0.0))
+            return false;
+        return Finite(width / prt, v);
+    });
+}
+
+}  // namespace qv
