@@ -1,0 +1,33 @@
+// Things another local user or a stuck process can leave in the library's way:
+// links and FIFOs at data-file names, and a held attach guard.
+// os_hazards_posix.cpp and os_hazards_win32.cpp implement them.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace qv::test {
+
+// A symbolic link at `link` to `target`; false where none can be made (Windows
+// without the privilege).
+bool MakeSymbolicLink(const std::string& target, const std::string& link);
+
+// A FIFO at `path`; false where there are none (Windows).
+bool MakeFifo(const std::string& path);
+
+// Holds the library's attach guard of this process's namespace, as a process
+// stopped in the middle of loading the library would, for its lifetime.
+class AttachGuardHolder {
+public:
+    AttachGuardHolder();
+    ~AttachGuardHolder();
+    AttachGuardHolder(const AttachGuardHolder&) = delete;
+    AttachGuardHolder& operator=(const AttachGuardHolder&) = delete;
+    bool Held() const { return held_; }
+
+private:
+    std::intptr_t handle_ = -1;
+    bool held_ = false;
+};
+
+}  // namespace qv::test
