@@ -37,9 +37,7 @@ INSTANTIATE_TEST_SUITE_P(
         IndexCase{"GetModelNumber", [] { return QV_GetModelNumber_Idx(INT32_MIN, &g_model); }, -2},
         IndexCase{"SetAddress", [] { return QV_SetAddress_Idx(INT32_MIN, 9); }, -5},
         IndexCase{"BlinkLED", [] { return QV_BlinkLED_Idx(INT32_MIN); }, -5},
-        IndexCase{"ReInit", [] { return QV_ReInit_Idx(INT32_MIN); }, -1},
-        IndexCase{"Initialize", [] { return QV_InitializeSensor_Idx(INT32_MIN); }, -1},
-        IndexCase{"IsDeviceInUse", [] { return QV_IsDeviceInUse_Idx(INT32_MIN); }, 0}),
+        IndexCase{"ReInit", [] { return QV_ReInit_Idx(INT32_MIN); }, -1}),
     [](const auto& info) { return std::string(info.param.name); });
 
 class SerialArgument : public SimBusTest {};
