@@ -453,9 +453,12 @@ FileRead ReadFile(const std::string& path, std::vector<std::uint8_t>& contents,
                               FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                               OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
     if (file == INVALID_HANDLE_VALUE) {
+        // Some implementations (Wine) answer "not found" for a link opened as
+        // itself: missing only when nothing at all is at the name.
         const DWORD error = GetLastError();
-        return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND ? FileRead::kMissing
-                                                                              : FileRead::kRefused;
+        const bool nothing = (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND) &&
+                             GetFileAttributesA(path.c_str()) == INVALID_FILE_ATTRIBUTES;
+        return nothing ? FileRead::kMissing : FileRead::kRefused;
     }
     FileRead result = FileRead::kRefused;
     BY_HANDLE_FILE_INFORMATION info {};

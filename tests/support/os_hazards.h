@@ -8,8 +8,8 @@
 
 namespace qv::test {
 
-// A symbolic link at `link` to `target`; false where none can be made (Windows
-// without the privilege).
+// A symbolic link at `link` to `target`; false where none that reaches its
+// target can be made (Windows without the privilege, Wine).
 bool MakeSymbolicLink(const std::string& target, const std::string& link);
 
 // A FIFO at `path`; false where there are none (Windows).
