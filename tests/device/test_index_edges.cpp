@@ -28,7 +28,6 @@ TEST_P(MostNegativeIndex, GetsItsRangeCode) {
 
 char g_serial[8];
 std::int32_t g_model;
-
 INSTANTIATE_TEST_SUITE_P(
     Edges, MostNegativeIndex,
     ::testing::Values(
@@ -40,7 +39,7 @@ INSTANTIATE_TEST_SUITE_P(
         IndexCase{"ReInit", [] { return QV_ReInit_Idx(INT32_MIN); }, -1}),
     [](const auto& info) { return std::string(info.param.name); });
 
-class SerialArgument : public SimBusTest {};
+using SerialArgument = SimBusTest;
 
 TEST_F(SerialArgument, AtMostSevenBytesOfItAreRead) {
     AddSensor("AAA111", 5);

