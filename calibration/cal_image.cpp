@@ -19,6 +19,7 @@ constexpr std::int32_t kMaxCalBlock = 64000;
 constexpr std::int32_t kPieceBytes = 64;
 constexpr std::uint8_t kImagePosHi = 4;   // the image starts at position 1024
 constexpr std::uint8_t kImagePosLo = 0;
+constexpr std::int32_t kCalReadFailed = -3;
 
 // Image layout: the calibration temperature, then one record per frequency point.
 constexpr std::size_t kRecordBytes = 268;
@@ -75,10 +76,15 @@ std::int32_t ReadCalBlock(std::int64_t h, std::int32_t region, std::uint8_t* buf
                           std::int32_t length, std::uint8_t posHi, std::uint8_t posLo) {
     if (region != 2 && region != 6) return -1;
     if (length < 1 || length > kMaxCalBlock) return -2;
+    // Every result is examined: a failed piece would otherwise leave a wrong
+    // image that is cached, accepted later (the file's checksum sees only its
+    // last 32 bytes) and whose checksum overwrites the sensor's own.
     std::uint8_t pointer[3] = {static_cast<std::uint8_t>(region), posHi, posLo};
-    VendorRequestOut(h, kReqMemoryPointer, pointer, 3);
-    for (std::int32_t done = 0; done < length; done += kPieceBytes)
-        VendorRequestIn(h, kReqMemoryRead, buffer + done, std::min(kPieceBytes, length - done));
+    if (VendorRequestOut(h, kReqMemoryPointer, pointer, 3) != 3) return kCalReadFailed;
+    for (std::int32_t done = 0; done < length; done += kPieceBytes) {
+        const std::int32_t piece = std::min(kPieceBytes, length - done);
+        if (VendorRequestIn(h, kReqMemoryRead, buffer + done, piece) != piece) return kCalReadFailed;
+    }
     return length;
 }
 
@@ -126,10 +132,15 @@ std::int32_t ReadCalCache(const char* serial, std::int32_t imageLength, std::uin
                           std::int32_t testLength, const std::uint8_t* test,
                           std::uint32_t sensorChecksum) {
     const std::string path = CalCachePath(serial);
+    if (path.empty() || imageLength < 0) return -1;
+    // The cache has one size: nothing larger is read. A file of any other size,
+    // or anything that is not a regular file (a link, a FIFO, a device), was cut
+    // short or is not ours: present, not valid, and replaced by the next write.
+    const std::size_t size = static_cast<std::size_t>(imageLength) + 4;
     std::vector<std::uint8_t> file;
-    if (path.empty() || imageLength < 0 || !platform::ReadFile(path, file)) return -1;
-    // A file of any other size was cut short or is not ours: present, not valid.
-    if (file.size() != static_cast<std::size_t>(imageLength) + 4) return 0;
+    const platform::FileRead read = platform::ReadFile(path, file, size);
+    if (read == platform::FileRead::kMissing) return -1;
+    if (read != platform::FileRead::kRead || file.size() != size) return 0;
     const std::uint32_t stored = GetLittleEndian(file.data() + imageLength);
     if (CalChecksum(static_cast<std::size_t>(imageLength), file.data()) != stored ||
         stored != sensorChecksum)
@@ -155,19 +166,30 @@ std::int32_t WriteCalCache(const char* serial, std::int32_t imageLength, const s
     return 1;
 }
 
-void LoadCalImage(std::int64_t h, const char* serial, std::uint8_t* image) {
+namespace {
+bool ReadImageFromSensor(std::int64_t h, std::uint8_t* image) {
+    // A sensor that does not answer leaves zeros, not whatever the buffer held before.
+    std::memset(image, 0, kCalImageBytes);
+    return ReadCalBlock(h, 2, image, kCalPartOneBytes, kImagePosHi, kImagePosLo) ==
+               kCalPartOneBytes &&
+           ReadCalBlock(h, 6, image + kCalPartOneBytes, kCalPartTwoBytes, kImagePosHi,
+                        kImagePosLo) == kCalPartTwoBytes;
+}
+}  // namespace
+
+std::int32_t LoadCalImage(std::int64_t h, const char* serial, std::uint8_t* image) {
     std::uint8_t rawTest[kCalTestBytes] = {};
     ReadCalBlock(h, 2, rawTest, kCalTestBytes, kImagePosHi, kImagePosLo);
     std::uint32_t chkSum = 0;
     ReadCalChecksum(h, &chkSum);
-    if (ReadCalCache(serial, kCalImageBytes, image, kCalTestBytes, rawTest, chkSum) == 1) return;
+    if (ReadCalCache(serial, kCalImageBytes, image, kCalTestBytes, rawTest, chkSum) == 1) return 1;
 
-    // A sensor that does not answer leaves zeros, not whatever the buffer held before.
-    std::memset(image, 0, kCalImageBytes);
-    ReadCalBlock(h, 2, image, kCalPartOneBytes, kImagePosHi, kImagePosLo);
-    ReadCalBlock(h, 6, image + kCalPartOneBytes, kCalPartTwoBytes, kImagePosHi, kImagePosLo);
+    // One failed request may be a passing disturbance: the image is read once
+    // more. A second failure leaves the cache and the sensor's checksum alone.
+    if (!ReadImageFromSensor(h, image) && !ReadImageFromSensor(h, image)) return -1;
     WriteCalCache(serial, kCalImageBytes, image, &chkSum);
     WriteCalChecksum(h, chkSum);
+    return 1;
 }
 
 void DecodeCalImage(std::int32_t slot, const std::uint8_t* image) {

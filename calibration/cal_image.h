@@ -15,7 +15,8 @@ inline constexpr std::int32_t kCalTestBytes = 1024;
 inline constexpr std::int32_t kCalCacheBytes = kCalImageBytes + 4;
 
 // Reads `length` (1..64000) bytes of region 2 or 6 from (posHi, posLo) in
-// pieces of at most 64 bytes: the length; -1 other region; -2 bad length.
+// pieces of at most 64 bytes: the length; -1 other region; -2 bad length;
+// -3 when a request fails or moves fewer bytes than asked (the read stops there).
 std::int32_t ReadCalBlock(std::int64_t h, std::int32_t region, std::uint8_t* buffer,
                           std::int32_t length, std::uint8_t posHi, std::uint8_t posLo);
 // The checksum the sensor stores: 1.
@@ -40,8 +41,10 @@ std::int32_t WriteCalCache(const char* serial, std::int32_t imageLength, const s
 
 // Step 10 of initialisation: the image from the cache when valid, else from
 // the sensor (then cached, and its checksum stored in the sensor). `image`
-// has room for kCalImageBytes.
-void LoadCalImage(std::int64_t h, const char* serial, std::uint8_t* image);
+// has room for kCalImageBytes. 1; -1 when the image could not be read whole
+// from the sensor, twice: then neither the cache nor the sensor's checksum
+// is written.
+std::int32_t LoadCalImage(std::int64_t h, const char* serial, std::uint8_t* image);
 
 // Decodes the image into slot `slot`'s calibration points (b, a, Z) and calTmp;
 // a zero divisor gives coefficient 0. Does nothing for a slot outside 0..12.

@@ -57,7 +57,8 @@ std::int32_t InitializeSensorCore(const char* serial) {
         r.analysisSetup.measThreshold = -40.0;
     if (index < 1) return -1;
 
-    std::int64_t h = OpenDevice_Idx(index);
+    // Departure: each open by index confirms the serial number (docs/decisions.md).
+    std::int64_t h = OpenKnownDevice_Idx(index, serial);
     if (!IsHandle(h)) return -1;
     std::uint8_t cmdBuff[1] = {};
     VendorRequestIn(h, kReqInitPing, cmdBuff, 1);
@@ -70,15 +71,18 @@ std::int32_t InitializeSensorCore(const char* serial) {
     // nothing is allocated per sensor.
     std::uint8_t* image = r.samples.raw;
     static_assert(sizeof(r.samples.raw) >= kCalImageBytes);
-    LoadCalImage(h, serial, image);
+    // Departure: a calibration that could not be read fails the initialisation
+    // rather than going on with a wrong image (docs/decisions.md).
+    const std::int32_t loaded = LoadCalImage(h, serial, image);
     CloseDevice(h);
+    if (loaded != 1) return -1;
     DecodeCalImage(slot, image);
     // Rows left by the slot's previous sensor may have been built for the
     // same frequency; they must not pass for this sensor's.
     r.tempRows[0].freq = 0.0;
     BuildCalTables(slot, 1.0e9);
 
-    h = OpenDevice_Idx(r.devId);
+    h = OpenKnownDevice_Idx(r.devId, serial);
     if (!IsHandle(h)) return -1;
     r.deviceHandle = h;
     r.ownerPid = me;

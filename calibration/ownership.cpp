@@ -67,21 +67,25 @@ std::int32_t ReInit_Idx(std::int32_t index) {
     return device.Valid() ? 0 : -1;
 }
 
-std::int32_t ReInit_Addr(std::int32_t address) { return ReInit_Idx(GetIndex_Addr(address)); }
-
-namespace {
-std::int32_t Magnitude(std::int32_t index) { return index == INT_MIN ? -1 : std::abs(index); }
-}  // namespace
+std::int32_t ReInit_Addr(std::int32_t address) {
+    const std::int32_t index = GetIndex_Addr(address);
+    // An index taken from a slot may be stale: the sensor there must still be
+    // the slot's (departure, docs/decisions.md).
+    const std::int32_t slot = InUseSlotByDevId(index);
+    if (slot == kNoSlot || Slot(slot).address != address) return ReInit_Idx(index);
+    TransientDevice device(OpenKnownDevice_Idx(index, Slot(slot).serial), true);
+    return device.Valid() ? 0 : -1;
+}
 
 std::int32_t IsDeviceInUse_Idx(std::int32_t index) {
-    const std::int32_t device = Magnitude(index);
+    const std::int32_t device = DeviceIndexMagnitude(index);
     for (int s = 0; s < kSlotCount; ++s)
         if (Slot(s).devId == device) return Slot(s).inUse == 1 ? 1 : 0;
     return 0;
 }
 
 std::int32_t IsDeviceMine_Idx(std::int32_t index) {
-    const std::int32_t device = Magnitude(index);
+    const std::int32_t device = DeviceIndexMagnitude(index);
     for (int s = 0; s < kSlotCount; ++s)
         if (Slot(s).inUse > 0 && Slot(s).devId == device) return OwnedByCaller(s) ? 1 : 0;
     return 0;

@@ -37,9 +37,9 @@ std::int32_t WriteSensorAddress(std::int64_t h, std::int32_t address) {
 }
 
 std::int32_t SerialFromDevicePath(std::int32_t index, char* serial) {
-    const std::int32_t device = std::abs(index);
+    const std::int32_t device = DeviceIndexMagnitude(index);
     const std::int32_t n = DeviceCount();
-    if (device == 0 || n < device) return -5;
+    if (device < 1 || n < device) return -5;
     std::string path;
     try {
         path = driver::GetDevicePath(device - 1);
@@ -90,9 +90,17 @@ namespace qv {
 // Process ids the stale-owner sweep asks for: every process, in practice.
 constexpr std::size_t kMaxProcessIds = 1u << 20;
 
+std::int32_t DeviceIndexMagnitude(std::int32_t index) {
+    if (index == INT32_MIN) return -1;
+    return index < 0 ? -index : index;
+}
+
 bool IsValidSerialNumber(const char* serial) {
     if (!serial) return false;
-    const std::size_t n = std::strlen(serial);
+    // The caller's text may have no terminator within its buffer: never more
+    // than one byte past the longest valid serial is read.
+    std::size_t n = 0;
+    while (n <= kSerialChars && serial[n] != '\0') ++n;
     return n == 5 || n == 6;
 }
 
@@ -270,7 +278,7 @@ std::int32_t GetAddress_SN(const char* serial) {
 
 std::int32_t GetAddress_Idx(std::int32_t index) {
     if (!IsValidDeviceIndex(index)) {
-        if (index >= 0) return -2;
+        if (index >= 0 || index == INT32_MIN) return -2;
         const std::int32_t slot = InUseSlotByDevId(-index);
         return slot == kNoSlot ? -2 : Slot(slot).address;
     }
@@ -292,9 +300,20 @@ std::int32_t GetAddress_Idx(std::int32_t index) {
 
 namespace {
 
+// The address write, with one departure (docs/decisions.md): when only its
+// confirmation is lost (no 253 echo) the byte may have been stored all the
+// same, so the address is read back. A write that took effect counts as done
+// (1), whatever became of its echo: the table must say what the sensor holds.
+std::int32_t WriteSensorAddressCheckingLostEcho(std::int64_t h, std::int32_t address) {
+    const std::int32_t r = WriteSensorAddress(h, address);
+    if (r != -5) return r;
+    std::int32_t held = -1;
+    return ReadSensorAddress(h, &held) == 1 && held == address ? 1 : r;
+}
+
 // Steps shared by the two address setters once the sensor is reached.
 std::int32_t WriteAddressThrough(Reach& reach, std::int32_t address) {
-    const std::int32_t r = WriteSensorAddress(reach.device.get(), address);
+    const std::int32_t r = WriteSensorAddressCheckingLostEcho(reach.device.get(), address);
     if (r >= 0) {
         if (reach.slot != kNoSlot) Slot(reach.slot).address = address;
         return 1;
@@ -346,7 +365,7 @@ std::int32_t ChangeAddress(std::int32_t oldAddress, std::int32_t newAddress) {
         reach.device.Reset(OpenDevice_Addr(oldAddress), true);
         if (!reach.device.Valid()) return -5;
     }
-    const std::int32_t r = WriteSensorAddress(reach.device.get(), newAddress);
+    const std::int32_t r = WriteSensorAddressCheckingLostEcho(reach.device.get(), newAddress);
     reach.device.Close();
     if (r < 1) return -1;
     for (int s = 0; s < kSlotCount; ++s) {
@@ -407,7 +426,7 @@ std::int32_t IsSensorConnected_Addr(std::int32_t address) {
             return ReadSensorAddress(r.deviceHandle, &found) == 1 && found == address ? 1 : -1;
         }
         if (r.devId >= 1 && r.devId <= kSlotCount) {
-            TransientDevice device(OpenDevice_Idx(r.devId), true);
+            TransientDevice device(OpenKnownDevice_Idx(r.devId, r.serial), true);
             return device.Valid() ? 1 : -1;
         }
     }

@@ -31,8 +31,13 @@ std::int32_t GetIndex_Addr(std::int32_t address);
 
 namespace qv {
 
+// |index| for the exports that accept a negated device index; -1 for
+// INT_MIN, whose magnitude has no 32-bit value (and is no device index).
+std::int32_t DeviceIndexMagnitude(std::int32_t index);
+
 // Validity rules of the names callers give.
-bool IsValidSerialNumber(const char* serial);    // present, 5 or 6 characters
+bool IsValidSerialNumber(const char* serial);    // present, 5 or 6 characters (at most
+                                                 // 7 bytes of it are read)
 bool IsValidAddress(std::int32_t address);       // 1..255
 bool IsValidDeviceIndex(std::int32_t index);     // 1..device count
 bool IsByteAddress(std::int32_t address);        // 0..255

@@ -115,8 +115,8 @@ std::int32_t GetModelNumber_Addr(std::int32_t address, std::int32_t* model) {
 std::int32_t GetModelNumber_Idx(std::int32_t index, std::int32_t* model) {
     if (!model) return -1;
     *model = kUnknownModel;
-    const std::int32_t device = std::abs(index);
-    if (index == 0 || !IsValidDeviceIndex(device)) return -2;
+    const std::int32_t device = DeviceIndexMagnitude(index);
+    if (!IsValidDeviceIndex(device)) return -2;
     const std::int32_t slot = InUseSlotByDevId(device);
     if (slot != kNoSlot) {
         *model = Slot(slot).identity.ModelIndex;

@@ -15,12 +15,23 @@ void TransientDevice::Close() {
 }
 
 std::int64_t OpenDevice_Idx(std::int32_t index) {
+    // Indices start at 1; below that there is no device (and index - 1 must not overflow).
+    if (index < 1) return -1;
     try {
         const QvDrvHandle h = driver::OpenDevHandle(index - 1);
         return (h > 0 && h != -1) ? h : -1;
     } catch (const DriverFault&) {
         return -1;
     }
+}
+
+std::int64_t OpenKnownDevice_Idx(std::int32_t index, const char* serial) {
+    TransientDevice device(OpenDevice_Idx(index), true);
+    if (!device.Valid()) return -1;
+    char found[kSerialChars + 1] = {};
+    const std::int32_t r = ReadSerialNumberString(device.get(), found, sizeof found);
+    if (r < 1 || !SerialNumbersMatch(found, serial)) return -1;
+    return device.Release();
 }
 
 std::int64_t CloseDevice(std::int64_t h) {

@@ -58,6 +58,12 @@ inline bool IsHandle(std::int64_t h) { return h != -1 && h != -2; }
 
 // Opens device `index` (1-based); the handle, or -1.
 std::int64_t OpenDevice_Idx(std::int32_t index);
+// Opens device `index` that stands for the sensor with serial number `serial`
+// (a slot's remembered index): the handle, or -1 when the device there now
+// answers with another serial number or none. Indices shift when a sensor
+// before it is unplugged, and a handle to whichever sensor moved into the place
+// must never be taken for this one's.
+std::int64_t OpenKnownDevice_Idx(std::int32_t index, const char* serial);
 // Closes `h`; 0 for -1 and -2 (nothing to close), else the handle.
 std::int64_t CloseDevice(std::int64_t h);
 // Handle of the free sensor with serial number `serial`, or -1.

@@ -51,18 +51,22 @@ void SetUpAttach(void* base, bool created) {
     ++block->attachCount;
 }
 
-void TearDownDetach(void* base, bool last) {
-    auto* block = static_cast<SharedBlock*>(base);
-    tableView = block;
+// Our slots are released under the lock so that no other process sees them
+// half-closed; if the lock cannot be had they are released anyway. This runs
+// before the detach proper: waiting for the lock (up to sysTimeOut) must not
+// hold the serialisation of attaches, which every later load waits for.
+void ReleaseOwnSlots() {
+    if (!tableView) return;  // never attached, or detached already
     // A process that is ending may already have unloaded the driver library: it is
     // not called again, and the driver's handles die with the process.
     if (platform::ProcessEnding()) UnloadDriver();
-    {
-        // Our slots are released under the lock so that no other process sees
-        // them half-closed; if the lock cannot be had they are released anyway.
-        frame::LockScope lock;
-        ReleaseSlotsOfProcess(platform::CurrentProcessId());
-    }
+    frame::LockScope lock;
+    ReleaseSlotsOfProcess(platform::CurrentProcessId());
+}
+
+void TearDownDetach(void* base, bool last) {
+    auto* block = static_cast<SharedBlock*>(base);
+    tableView = block;
     if (block->attachCount > 0) --block->attachCount;
     // The lock goes with the last live process, whatever attachCount says: a
     // process that was killed never counted itself out.
@@ -79,7 +83,10 @@ void ProcessAttach() {
     platform::SharedBlockAttach(kSharedBlockName, sizeof(SharedBlock), SetUpAttach);
 }
 
-void ProcessDetach() { platform::SharedBlockDetach(TearDownDetach); }
+void ProcessDetach() {
+    ReleaseOwnSlots();
+    platform::SharedBlockDetach(TearDownDetach);
+}
 
 }  // namespace frame
 

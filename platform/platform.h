@@ -42,13 +42,22 @@ struct SharedAttach {
 // not count, so the first attach after they are gone gets a fresh block.
 // `setUp` runs before this returns, serialised with every other process's
 // attach and detach, with `created` true when the block is new (zero-filled).
+// That serialisation is waited for at most kAttachWaitMs: a process stopped in
+// the middle of its own attach must not hang every later load on the machine,
+// so the attach then fails (base null) and the process stays unattached.
 // Called from the load notification; must not load libraries or start threads.
 SharedAttach SharedBlockAttach(const char* name, std::size_t size,
                                void (*setUp)(void* base, bool created));
 
+// Longest wait for the serialisation of attaches and detaches. Its holders do
+// short, bounded work only (map, set up or tear down the block's bookkeeping).
+inline constexpr std::uint32_t kAttachWaitMs = 5000;
+
 // Detaches the calling process. `tearDown` runs first, serialised like `setUp`,
 // with `last` true when no other live process is attached; the block is
-// discarded after it returns in that case. Called from the unload notification.
+// discarded after it returns in that case. When the serialisation cannot be
+// had within kAttachWaitMs, `last` is false and the block is left to the
+// others. Called from the unload notification.
 void SharedBlockDetach(void (*tearDown)(void* base, bool last));
 
 // ---------------------------------------------------------------- machine-wide lock
@@ -130,13 +139,33 @@ std::string DataDirectory();
 // Joins a directory and a file name with the platform's separator.
 std::string JoinPath(const std::string& directory, const std::string& file);
 
-// Reads a whole file; false when it cannot be opened or read.
-bool ReadFile(const std::string& path, std::vector<std::uint8_t>& contents);
+// Outcome of ReadFile.
+enum class FileRead {
+    kRead,     // contents holds the whole file
+    kMissing,  // nothing at the path
+    kRefused,  // something is there but is not read: a link, a device, a pipe or
+               // any other non-regular file, a file larger than the bound, a read error
+};
+
+// Reads a whole regular file of at most `maxBytes` bytes. Callers run under the
+// machine-wide lock, so the work is bounded whatever another local user put at
+// the path: the file is opened without blocking (a FIFO never stalls the
+// open), a link at the final name is not followed, anything but a regular file
+// is refused, and the size is checked before a byte is read; at most that many
+// bytes are read. `contents` is emptied unless the result is kRead.
+FileRead ReadFile(const std::string& path, std::vector<std::uint8_t>& contents,
+                  std::size_t maxBytes);
 
 // Writes a whole file so that readers see the old or the new contents, never a
-// part (temporary file and rename). Creates missing parent directories.
+// part. The data goes to a new temporary file beside the target, created
+// exclusively under a random name (nothing that exists there is followed or
+// reused), flushed, and renamed over the target; a link at the target is
+// replaced, not followed. Temporary files that writers left behind when they
+// were killed (their process has ended) are removed from the directory first.
+// Creates missing parent directories.
 bool WriteFileAtomic(const std::string& path, const void* data, std::size_t size);
 
+// True for a regular file at the path itself (a link is not followed).
 bool FileExists(const std::string& path);
 bool RemoveFile(const std::string& path);
 
@@ -158,10 +187,16 @@ std::vector<std::string> FindFiles(const std::string& pattern);
 // around section names, keys and values do not count, and a value enclosed in
 // matching single or double quotes loses them. Lines may end in CR LF or LF;
 // a file written has CR LF throughout. The first of several equal sections or
-// keys is the one that counts. A missing file reads as empty.
+// keys is the one that counts. A missing file reads as empty; so does one
+// that ReadFile refuses or that is larger than kProfileMaxBytes, and such a
+// file is never rewritten.
 // One implementation for every platform (profile_file.cpp), over ReadFile and
 // WriteFileAtomic: the Windows functions themselves differ between
 // implementations in how they lay out a file they rewrite.
+
+// Largest profile file read or rewritten: far beyond any state file (tens of
+// kilobytes), small enough to bound the work done under the lock.
+inline constexpr std::size_t kProfileMaxBytes = 1u << 20;
 
 // One key to read and where its value goes.
 struct ProfileRead {

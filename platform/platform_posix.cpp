@@ -12,6 +12,7 @@
 // own shared-memory object named after the lock. Robustness gives the lock back
 // when its holder dies; the next waiter is told so (kAcquiredAbandoned).
 #include "platform/platform.h"
+#include "platform/temporary_files.h"
 
 #include <dirent.h>
 #include <dlfcn.h>
@@ -19,15 +20,18 @@
 #include <pthread.h>
 #include <sys/file.h>
 #include <sys/mman.h>
+#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <atomic>
 #include <mutex>
 #include <string_view>
 
@@ -61,6 +65,17 @@ int FlockRetry(int fd, int op) {
         rc = flock(fd, op);
     } while (rc != 0 && errno == EINTR);
     return rc;
+}
+
+// Takes the flock exclusively, waiting at most `timeoutMs`: its holder may be a
+// process stopped in the middle of its load, which must not hang this one.
+bool FlockExclusiveWithin(int fd, std::uint32_t timeoutMs) {
+    const std::uint32_t start = TickMs();
+    for (std::uint32_t pause = 1;; pause = std::min<std::uint32_t>(pause * 2, 20)) {
+        if (FlockRetry(fd, LOCK_EX | LOCK_NB) == 0) return true;
+        if (errno != EWOULDBLOCK || TickMs() - start >= timeoutMs) return false;
+        SleepMs(pause);
+    }
 }
 
 // A name kept in a global: plain storage, because the unload notification
@@ -144,7 +159,7 @@ SharedAttach SharedBlockAttach(const char* name, std::size_t size,
 
     const int guardFd = OpenObject(a.guardName.Get(), O_RDWR | O_CREAT);
     if (guardFd < 0) return result;
-    if (FlockRetry(guardFd, LOCK_EX) != 0) {
+    if (!FlockExclusiveWithin(guardFd, kAttachWaitMs)) {
         close(guardFd);
         return result;
     }
@@ -192,7 +207,7 @@ void SharedBlockDetach(void (*tearDown)(void* base, bool last)) {
     Attachment& a = g_attachment;
     if (!a.base) return;
     const int guardFd = OpenObject(a.guardName.Get(), O_RDWR | O_CREAT);
-    const bool guarded = guardFd >= 0 && FlockRetry(guardFd, LOCK_EX) == 0;
+    const bool guarded = guardFd >= 0 && FlockExclusiveWithin(guardFd, kAttachWaitMs);
     // Trying to upgrade to exclusive tells whether anyone else is still alive.
     const bool last = guarded && FlockRetry(a.presenceFd, LOCK_EX | LOCK_NB) == 0;
     tearDown(a.base, last);
@@ -396,24 +411,37 @@ std::string JoinPath(const std::string& directory, const std::string& file) {
     return directory + "/" + file;
 }
 
-bool ReadFile(const std::string& path, std::vector<std::uint8_t>& contents) {
-    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return false;
+FileRead ReadFile(const std::string& path, std::vector<std::uint8_t>& contents,
+                  std::size_t maxBytes) {
     contents.clear();
-    std::uint8_t buffer[65536];
-    bool ok = true;
-    for (;;) {
-        const ssize_t n = read(fd, buffer, sizeof buffer);
-        if (n < 0 && errno == EINTR) continue;
-        if (n < 0) {
-            ok = false;
-            break;
+    // O_NONBLOCK: a FIFO put at the path opens at once instead of waiting for a
+    // writer; it is then refused as not regular. O_NOFOLLOW: a link is refused.
+    const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC);
+    if (fd < 0) return errno == ENOENT || errno == ENOTDIR ? FileRead::kMissing : FileRead::kRefused;
+    FileRead result = FileRead::kRefused;
+    struct stat st {};
+    if (fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_size >= 0 &&
+        static_cast<std::uint64_t>(st.st_size) <= maxBytes) {
+        try {
+            contents.resize(static_cast<std::size_t>(st.st_size));
+            // At most the size seen: a file that grows meanwhile is read as it was.
+            std::size_t done = 0;
+            bool ok = true;
+            while (done < contents.size()) {
+                const ssize_t n = read(fd, contents.data() + done, contents.size() - done);
+                if (n < 0 && errno == EINTR) continue;
+                if (n < 0) ok = false;
+                if (n <= 0) break;
+                done += static_cast<std::size_t>(n);
+            }
+            contents.resize(done);
+            if (ok) result = FileRead::kRead;
+        } catch (...) {
         }
-        if (n == 0) break;
-        contents.insert(contents.end(), buffer, buffer + n);
     }
     close(fd);
-    return ok;
+    if (result != FileRead::kRead) contents.clear();
+    return result;
 }
 
 namespace {
@@ -424,12 +452,55 @@ void MakeParents(const std::string& path) {
         mkdir(prefix.c_str(), 0777);
     }
 }
+
+std::uint64_t RandomValue() {
+    std::uint64_t value = 0;
+    if (getrandom(&value, sizeof value, GRND_NONBLOCK) == static_cast<ssize_t>(sizeof value))
+        return value;
+    // No entropy yet (early boot): unique still, and the file is created exclusively.
+    static std::atomic<std::uint64_t> counter {0};
+    timespec t {};
+    clock_gettime(CLOCK_REALTIME, &t);
+    return (static_cast<std::uint64_t>(t.tv_sec) << 32) ^ static_cast<std::uint64_t>(t.tv_nsec) ^
+           (static_cast<std::uint64_t>(getpid()) << 20) ^ (counter++ * 0x9E3779B97F4A7C15ull);
+}
+
+bool ProcessRunning(std::uint32_t pid) {
+    if (pid == 0 || pid > static_cast<std::uint32_t>(INT32_MAX)) return false;
+    return kill(static_cast<pid_t>(pid), 0) == 0 || errno == EPERM;
+}
+
+// Removes the temporary files in the directory of `path` whose writer has ended
+// (killed between creating and renaming them). Regular files only.
+void RemoveLeftoverTemporaries(const std::string& path) {
+    const std::size_t slash = path.rfind('/');
+    const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash);
+    DIR* dir = opendir(directory.empty() ? "/" : directory.c_str());
+    if (!dir) return;
+    const int dirFd = dirfd(dir);
+    while (dirent* entry = readdir(dir)) {
+        std::uint32_t pid = 0;
+        if (!ParseTemporaryName(entry->d_name, &pid) || ProcessRunning(pid)) continue;
+        struct stat st {};
+        if (fstatat(dirFd, entry->d_name, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(st.st_mode))
+            unlinkat(dirFd, entry->d_name, 0);
+    }
+    closedir(dir);
+}
 }  // namespace
 
 bool WriteFileAtomic(const std::string& path, const void* data, std::size_t size) {
     MakeParents(path);
-    std::string temp = path + ".tmp" + std::to_string(getpid());
-    const int fd = open(temp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    RemoveLeftoverTemporaries(path);
+    // A new file under a fresh random name: O_EXCL and O_NOFOLLOW make sure that
+    // nothing already there (a link planted by someone else) is written through.
+    std::string temp;
+    int fd = -1;
+    for (int attempt = 0; attempt < 8 && fd < 0; ++attempt) {
+        temp = TemporaryName(path, CurrentProcessId(), RandomValue());
+        fd = open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+        if (fd < 0 && errno != EEXIST) return false;
+    }
     if (fd < 0) return false;
     const auto* bytes = static_cast<const std::uint8_t*>(data);
     std::size_t done = 0;
@@ -445,6 +516,7 @@ bool WriteFileAtomic(const std::string& path, const void* data, std::size_t size
     }
     if (ok && fsync(fd) != 0) ok = false;
     if (close(fd) != 0) ok = false;
+    // rename replaces whatever is at the target, a link included, without following it.
     if (ok && rename(temp.c_str(), path.c_str()) != 0) ok = false;
     if (!ok) unlink(temp.c_str());
     return ok;
@@ -452,7 +524,7 @@ bool WriteFileAtomic(const std::string& path, const void* data, std::size_t size
 
 bool FileExists(const std::string& path) {
     struct stat st {};
-    return stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode);
+    return lstat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode);
 }
 
 bool RemoveFile(const std::string& path) { return unlink(path.c_str()) == 0; }

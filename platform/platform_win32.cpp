@@ -22,9 +22,11 @@
 // tests, the test peer), the same work runs from its constructor and
 // destructor.
 #include "platform/platform.h"
+#include "platform/temporary_files.h"
 
 #include <windows.h>
 
+#include <ntsecapi.h>
 #include <psapi.h>
 #include <sddl.h>
 
@@ -79,14 +81,14 @@ SECURITY_ATTRIBUTES* SharedObjectSecurity() {
     return ready ? &attributes : nullptr;
 }
 
-// Holds a named mutex for a scope, waiting as long as it takes; a holder that
+// Holds a named mutex for a scope, waiting at most `timeoutMs`; a holder that
 // died leaves it abandoned, which counts as acquired.
 class NamedMutexScope {
 public:
-    explicit NamedMutexScope(const wchar_t* name) {
+    NamedMutexScope(const wchar_t* name, std::uint32_t timeoutMs) {
         mutex_ = CreateMutexW(SharedObjectSecurity(), FALSE, name);
         if (!mutex_) return;
-        const DWORD waited = WaitForSingleObject(mutex_, INFINITE);
+        const DWORD waited = WaitForSingleObject(mutex_, timeoutMs);
         held_ = waited == WAIT_OBJECT_0 || waited == WAIT_ABANDONED;
     }
     ~NamedMutexScope() {
@@ -181,7 +183,8 @@ SharedAttach SharedBlockAttach(const char* name, std::size_t size,
     ObjectName(name, "", a.blockName);
     std::snprintf(a.presenceBase, sizeof a.presenceBase, "%s", name);
 
-    NamedMutexScope guard(a.guardName);
+    // Bounded: a process stopped in the middle of its load must not hang this one.
+    NamedMutexScope guard(a.guardName, kAttachWaitMs);
     if (!guard.Held()) return result;
     const auto size64 = static_cast<std::uint64_t>(size);
     a.mapping = CreateFileMappingW(INVALID_HANDLE_VALUE, SharedObjectSecurity(), PAGE_READWRITE,
@@ -211,7 +214,7 @@ SharedAttach SharedBlockAttach(const char* name, std::size_t size,
 void SharedBlockDetach(void (*tearDown)(void* base, bool last)) {
     Attachment& a = g_attachment;
     if (!a.base) return;
-    NamedMutexScope guard(a.guardName);
+    NamedMutexScope guard(a.guardName, kAttachWaitMs);
     const bool last = guard.Held() && !OtherProcessAttached();
     tearDown(a.base, last);
     // Windows discards the mapping and the lock with the last handles.
@@ -340,18 +343,61 @@ void MakeParents(const std::string& path) {
     }
 }
 
-std::atomic<unsigned> g_temporaryCounter {0};
-
-// A name beside `path` that no other writer uses.
-std::string TemporaryBeside(const std::string& path) {
-    return path + ".tmp" + std::to_string(GetCurrentProcessId()) + "." +
-           std::to_string(g_temporaryCounter.fetch_add(1));
+std::uint64_t RandomValue() {
+    std::uint64_t value = 0;
+    if (RtlGenRandom(&value, sizeof value)) return value;
+    // Unique still; the file is created exclusively all the same.
+    static std::atomic<std::uint64_t> counter {0};
+    LARGE_INTEGER now {};
+    QueryPerformanceCounter(&now);
+    return static_cast<std::uint64_t>(now.QuadPart) ^
+           (static_cast<std::uint64_t>(GetCurrentProcessId()) << 32) ^
+           (counter++ * 0x9E3779B97F4A7C15ull);
 }
 
-bool WriteWhole(const std::string& path, const void* data, std::size_t size, bool flush) {
-    HANDLE file = CreateFileA(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+bool ProcessRunning(std::uint32_t pid) {
+    HANDLE process = OpenProcess(SYNCHRONIZE, FALSE, pid);
+    if (!process) return GetLastError() == ERROR_ACCESS_DENIED;  // someone else's: alive
+    const bool running = WaitForSingleObject(process, 0) == WAIT_TIMEOUT;
+    CloseHandle(process);
+    return running;
+}
+
+std::string DirectoryOf(const std::string& path) {
+    std::size_t i = path.size();
+    while (i > 0 && !IsSeparator(path[i - 1])) --i;
+    return path.substr(0, i);  // with its separator; empty: the current directory
+}
+
+// Removes the temporary files in the directory of `path` whose writer has ended
+// (killed between creating and renaming them). Files only, not reparse points.
+void RemoveLeftoverTemporaries(const std::string& path) {
+    const std::string directory = DirectoryOf(path);
+    WIN32_FIND_DATAA found;
+    HANDLE search = FindFirstFileA((directory + "*.tmp*").c_str(), &found);
+    if (search == INVALID_HANDLE_VALUE) return;
+    do {
+        std::uint32_t pid = 0;
+        if (found.dwFileAttributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT))
+            continue;
+        if (!ParseTemporaryName(found.cFileName, &pid) || ProcessRunning(pid)) continue;
+        DeleteFileA((directory + found.cFileName).c_str());
+    } while (FindNextFileA(search, &found));
+    FindClose(search);
+}
+
+enum class NewFile { kWritten, kNameTaken, kFailed };
+
+// CREATE_NEW: the call fails if anything exists at the name, a link included,
+// so nothing planted there is written through or reused.
+NewFile WriteNew(const std::string& path, const void* data, std::size_t size) {
+    HANDLE file = CreateFileA(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
                               FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (file == INVALID_HANDLE_VALUE) return false;
+    if (file == INVALID_HANDLE_VALUE) {
+        const DWORD error = GetLastError();
+        return error == ERROR_FILE_EXISTS || error == ERROR_ALREADY_EXISTS ? NewFile::kNameTaken
+                                                                           : NewFile::kFailed;
+    }
     const auto* bytes = static_cast<const std::uint8_t*>(data);
     std::size_t done = 0;
     bool ok = true;
@@ -362,9 +408,10 @@ bool WriteWhole(const std::string& path, const void* data, std::size_t size, boo
              written > 0;
         done += written;
     }
-    if (ok && flush) ok = FlushFileBuffers(file) != 0;
+    if (ok) ok = FlushFileBuffers(file) != 0;
     if (!CloseHandle(file)) ok = false;
-    return ok;
+    if (!ok) DeleteFileA(path.c_str());
+    return ok ? NewFile::kWritten : NewFile::kFailed;
 }
 
 bool ReplaceWith(const std::string& temporary, const std::string& path) {
@@ -396,41 +443,69 @@ std::string JoinPath(const std::string& directory, const std::string& file) {
     return directory + "\\" + file;
 }
 
-bool ReadFile(const std::string& path, std::vector<std::uint8_t>& contents) {
-    // Others may replace the file while we read it (their rename needs FILE_SHARE_DELETE).
+FileRead ReadFile(const std::string& path, std::vector<std::uint8_t>& contents,
+                  std::size_t maxBytes) {
+    contents.clear();
+    // Others may replace the file while we read it (their rename needs
+    // FILE_SHARE_DELETE). FILE_FLAG_OPEN_REPARSE_POINT opens a link itself rather
+    // than what it points at; it is then refused below.
     HANDLE file = CreateFileA(path.c_str(), GENERIC_READ,
                               FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                              OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (file == INVALID_HANDLE_VALUE) return false;
-    contents.clear();
-    std::uint8_t buffer[65536];
-    bool ok = true;
-    for (;;) {
-        DWORD n = 0;
-        if (!::ReadFile(file, buffer, sizeof buffer, &n, nullptr)) {
-            ok = false;
-            break;
+                              OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
+    if (file == INVALID_HANDLE_VALUE) {
+        // Some implementations (Wine) answer "not found" for a link opened as
+        // itself: missing only when nothing at all is at the name.
+        const DWORD error = GetLastError();
+        const bool nothing = (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND) &&
+                             GetFileAttributesA(path.c_str()) == INVALID_FILE_ATTRIBUTES;
+        return nothing ? FileRead::kMissing : FileRead::kRefused;
+    }
+    FileRead result = FileRead::kRefused;
+    BY_HANDLE_FILE_INFORMATION info {};
+    const bool regular =
+        GetFileType(file) == FILE_TYPE_DISK && GetFileInformationByHandle(file, &info) &&
+        !(info.dwFileAttributes &
+          (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT | FILE_ATTRIBUTE_DEVICE));
+    const std::uint64_t size =
+        static_cast<std::uint64_t>(info.nFileSizeHigh) << 32 | info.nFileSizeLow;
+    if (regular && size <= maxBytes) {
+        try {
+            contents.resize(static_cast<std::size_t>(size));
+            std::size_t done = 0;
+            bool ok = true;
+            while (ok && done < contents.size()) {
+                DWORD n = 0;
+                ok = ::ReadFile(file, contents.data() + done, static_cast<DWORD>(contents.size() - done),
+                                &n, nullptr) != 0;
+                if (n == 0) break;
+                done += n;
+            }
+            contents.resize(done);
+            if (ok) result = FileRead::kRead;
+        } catch (...) {
         }
-        if (n == 0) break;
-        contents.insert(contents.end(), buffer, buffer + n);
     }
     CloseHandle(file);
-    return ok;
+    if (result != FileRead::kRead) contents.clear();
+    return result;
 }
 
 bool WriteFileAtomic(const std::string& path, const void* data, std::size_t size) {
     MakeParents(path);
-    const std::string temporary = TemporaryBeside(path);
-    if (!WriteWhole(temporary, data, size, true)) {
-        DeleteFileA(temporary.c_str());
-        return false;
+    RemoveLeftoverTemporaries(path);
+    for (int attempt = 0; attempt < 8; ++attempt) {
+        const std::string temporary = TemporaryName(path, GetCurrentProcessId(), RandomValue());
+        const NewFile written = WriteNew(temporary, data, size);
+        if (written == NewFile::kWritten) return ReplaceWith(temporary, path);
+        if (written == NewFile::kFailed) return false;
     }
-    return ReplaceWith(temporary, path);
+    return false;
 }
 
 bool FileExists(const std::string& path) {
     const DWORD attributes = GetFileAttributesA(path.c_str());
-    return attributes != INVALID_FILE_ATTRIBUTES && !(attributes & FILE_ATTRIBUTE_DIRECTORY);
+    return attributes != INVALID_FILE_ATTRIBUTES &&
+           !(attributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT));
 }
 
 bool RemoveFile(const std::string& path) { return DeleteFileA(path.c_str()) != 0; }

@@ -59,7 +59,8 @@ bool KeyLine(std::string_view line, std::string_view& key, std::string_view& val
 bool LoadProfile(const std::string& path, std::vector<std::string>& lines) {
     lines.clear();
     std::vector<std::uint8_t> bytes;
-    if (!ReadFile(path, bytes)) return !FileExists(path);
+    const FileRead read = ReadFile(path, bytes, kProfileMaxBytes);
+    if (read != FileRead::kRead) return read == FileRead::kMissing;
     std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
     // Editors may put a UTF-8 byte-order mark in front; it is not part of
     // the first line.
@@ -139,33 +140,118 @@ bool HasLineBreaks(const ProfileSectionWrite& s) {
     return false;
 }
 
-// Applies one section's writes to the lines of a file held in memory.
-void ApplySection(std::vector<std::string>& lines, const char* section,
-                  const ProfileWrite* writes, std::size_t count) {
-    std::size_t begin = 0, end = 0;
-    if (!FindSection(lines, section, begin, end)) {
-        lines.push_back(std::string("[") + section + "]");
-        begin = end = lines.size();
+// A file held in memory while sections are written into it. Every change is
+// recorded against the original lines and the new text is put together in one
+// pass at the end: replacing a line or adding one costs the same whatever the
+// size of the file (inserting into the line array would move every later line,
+// for every key added).
+class ProfileEdit {
+public:
+    // Finds the sections that will be written in one pass over the file.
+    ProfileEdit(std::vector<std::string> lines, const ProfileSectionWrite* sections,
+                std::size_t count)
+        : lines_(std::move(lines)) {
+        std::unordered_map<std::string, Section> wanted;
+        for (std::size_t i = 0; i < count; ++i)
+            wanted.try_emplace(LowerCase(Trim(sections[i].section)));
+        // The first section of each name counts; its lines are [begin, end).
+        std::string_view name;
+        Section* open = nullptr;
+        for (std::size_t i = 0; i < lines_.size(); ++i) {
+            if (!SectionLine(lines_[i], name)) continue;
+            if (open) open->end = i;
+            open = nullptr;
+            const auto found = wanted.find(LowerCase(name));
+            if (found == wanted.end()) continue;
+            const auto [at, added] = sections_.try_emplace(found->first);
+            if (added) open = &at->second;
+            if (open) open->begin = open->end = i + 1;
+        }
+        if (open) open->end = lines_.size();
+        additions_.resize(lines_.size() + 1);
     }
-    // Keys already in the section, first occurrence only. New lines go after
-    // the section's last non-blank line, so no indexed line ever moves.
-    std::unordered_map<std::string, std::size_t> keyLines;
-    std::size_t insertAt = begin;
-    for (std::size_t i = begin; i < end; ++i) {
-        std::string_view key, value;
-        if (KeyLine(lines[i], key, value)) keyLines.emplace(LowerCase(key), i);
-        if (!Trim(lines[i]).empty()) insertAt = i + 1;
-    }
-    for (std::size_t w = 0; w < count; ++w) {
-        std::string line = std::string(writes[w].key) + "=" + writes[w].value;
-        const auto [at, added] = keyLines.emplace(LowerCase(Trim(writes[w].key)), insertAt);
+
+    void Apply(const char* section, const ProfileWrite* writes, std::size_t count) {
+        const auto [at, added] = sections_.try_emplace(LowerCase(Trim(section)));
+        Section& s = at->second;
         if (added) {
-            lines.insert(lines.begin() + static_cast<std::ptrdiff_t>(insertAt++), std::move(line));
-        } else {
-            lines[at->second] = std::move(line);
+            // A missing section goes after everything else.
+            s.appended = true;
+            s.appendedIndex = appended_.size();
+            appended_.push_back({std::string("[") + section + "]"});
+        }
+        if (!s.indexed) Index(s);
+        for (std::size_t w = 0; w < count; ++w) {
+            std::string line = std::string(writes[w].key) + "=" + writes[w].value;
+            const auto [key, isNew] = s.keys.try_emplace(LowerCase(Trim(writes[w].key)), Place {});
+            if (!isNew) {
+                Line(s, key->second) = std::move(line);
+                continue;
+            }
+            // New keys go after the section's last non-blank line, in order.
+            std::vector<std::string>& list = s.appended ? appended_[s.appendedIndex]
+                                                        : additions_[s.insertAt];
+            key->second = Place {true, list.size()};
+            list.push_back(std::move(line));
         }
     }
-}
+
+    std::string Text() const {
+        std::size_t bytes = 0;
+        for (const std::string& line : lines_) bytes += line.size() + 2;
+        std::string text;
+        text.reserve(bytes);
+        const auto put = [&text](const std::string& line) {
+            text += line;
+            text += "\r\n";
+        };
+        for (std::size_t i = 0; i <= lines_.size(); ++i) {
+            for (const std::string& line : additions_[i]) put(line);
+            if (i < lines_.size()) put(lines_[i]);
+        }
+        for (const auto& section : appended_)
+            for (const std::string& line : section) put(line);
+        return text;
+    }
+
+private:
+    // Where a key's line is: one of the file's lines, or an added one.
+    struct Place {
+        bool added = false;
+        std::size_t index = 0;
+    };
+    struct Section {
+        std::size_t begin = 0, end = 0;  // the file's lines after the header
+        bool appended = false;            // not in the file: appended_[appendedIndex]
+        std::size_t appendedIndex = 0;
+        bool indexed = false;
+        std::size_t insertAt = 0;  // additions_ slot of new keys
+        std::unordered_map<std::string, Place> keys;  // first occurrence counts
+    };
+
+    // Keys of a section, looked at only once the section is written.
+    void Index(Section& s) {
+        s.indexed = true;
+        if (s.appended) return;
+        s.insertAt = s.begin;
+        for (std::size_t i = s.begin; i < s.end; ++i) {
+            std::string_view key, value;
+            if (KeyLine(lines_[i], key, value)) s.keys.try_emplace(LowerCase(key), Place {false, i});
+            if (!Trim(lines_[i]).empty()) s.insertAt = i + 1;
+        }
+    }
+
+    std::string& Line(Section& s, const Place& place) {
+        if (!place.added) return lines_[place.index];
+        if (s.appended) return appended_[s.appendedIndex][place.index];
+        return additions_[s.insertAt][place.index];
+    }
+
+    std::vector<std::string> lines_;
+    std::unordered_map<std::string, Section> sections_;
+    std::vector<std::vector<std::string>> additions_;  // [i]: new lines before line i
+    std::vector<std::vector<std::string>> appended_;   // header and keys of new sections
+};
 
 }  // namespace
 
@@ -175,14 +261,10 @@ bool ProfileWriteSections(const std::string& path, const ProfileSectionWrite* se
         if (HasLineBreaks(sections[i])) return false;
     std::vector<std::string> lines;
     if (!LoadProfile(path, lines)) return false;
+    ProfileEdit edit(std::move(lines), sections, count);
     for (std::size_t i = 0; i < count; ++i)
-        ApplySection(lines, sections[i].section, sections[i].writes, sections[i].count);
-
-    std::string text;
-    for (const std::string& line : lines) {
-        text += line;
-        text += "\r\n";
-    }
+        edit.Apply(sections[i].section, sections[i].writes, sections[i].count);
+    const std::string text = edit.Text();
     return WriteFileAtomic(path, text.data(), text.size());
 } catch (...) {
     return false;  // out of memory: the file stays as it was

@@ -114,9 +114,14 @@ int32_t VendorRequest(Direction direction, QvDrvHandle winusb, int32_t requestTy
     return OnWinUsb(winusb, function, [&](SensorCall& call) {
         SensorRecord& sensor = call.sensor;
         call.pauseMicros = call.timing.controlMicros;
-        if (TakeFault(sensor, QVSIM_FAULT_UNPLUG, request)) {
-            Unplug(sensor);
-            return -1;
+        if (FiredFault unplug = TakeFault(sensor, QVSIM_FAULT_UNPLUG, request)) {
+            // arg > 0: sensor arg - 1 is pulled out instead, and this request goes on.
+            SensorRecord* other = unplug.arg > 0 ? call.bus.sensor(unplug.arg - 1) : nullptr;
+            if (unplug.arg <= 0) {
+                Unplug(sensor);
+                return -1;
+            }
+            if (other != nullptr && other->plugged != 0) Unplug(*other);
         }
         const int32_t result =
             ControlTransfer(sensor, call.timing, direction, requestType, recipient, request, value, index, buffer, length);

@@ -167,7 +167,9 @@ typedef struct qvsim_sensor_state {
 #define QVSIM_FAULT_STRING_FAILS 7  /* code: string index; both string functions return -1 */
 #define QVSIM_FAULT_THROWS 8        /* code: QVSIM_FN_; the driver function throws a C++ exception */
 #define QVSIM_FAULT_UNPLUG 9        /* after skip more control requests, the next one finds the
-                                       sensor unplugged (it fails and the sensor stays unplugged) */
+                                       sensor unplugged (it fails and the sensor stays unplugged);
+                                       arg > 0: sensor arg - 1 is unplugged instead, at that
+                                       moment, and the request goes on */
 
 /* Driver functions, for QVSIM_FAULT_THROWS. 0 means any function that names this
  * sensor by index or handle (GetDevCount is only hit when named). */
