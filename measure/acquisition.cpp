@@ -76,10 +76,11 @@ public:
 
     // Closes both handles and opens the device afresh for the slot's
     // enumeration index, keeping the new handle in the slot. False when it
-    // could not be opened (the slot then has no handle).
+    // could not be opened or another sensor now has that place (the slot then
+    // has no handle).
     bool ReopenDevice() {
         CloseAll();
-        const std::int64_t h = OpenDevice_Idx(r_.devId);
+        const std::int64_t h = OpenKnownDevice_Idx(r_.devId, r_.serial);
         r_.deviceHandle = device_ = IsHandle(h) ? h : kNoHandle;
         return IsHandle(device_);
     }
@@ -240,7 +241,7 @@ std::int32_t MeasureCWCore(const char* serial, double* hsValue, double* lsValue)
     DeviceRecord& r = Slot(slot);
     // 0 is no handle here either (-1 and -2 are none everywhere).
     const bool slotHasDevice = IsHandle(r.deviceHandle) && r.deviceHandle != 0;
-    AcquisitionHandles h(r, slotHasDevice ? r.deviceHandle : OpenDevice_Idx(r.devId),
+    AcquisitionHandles h(r, slotHasDevice ? r.deviceHandle : OpenKnownDevice_Idx(r.devId, r.serial),
                          !slotHasDevice);
     FollowFrequency(slot);
     const InstrumentState& s = r.current;
