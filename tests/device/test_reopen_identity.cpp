@@ -39,6 +39,16 @@ TEST_F(ReopenIdentity, ReInitByAddressRefusesTheSensorThatMovedIntoItsPlace) {
     EXPECT_EQ(Info(c_).open_handles, 0);
 }
 
+TEST_F(ReopenIdentity, AMeasurementDoesNotReopenTheSensorThatMovedIntoItsPlace) {
+    ASSERT_EQ(QV_InitializeSensor_SN("BBB222"), 1);
+    ASSERT_EQ(QV_SetAverages(2, 1), 1);
+    double dbm = 0.0;
+    ASSERT_EQ(QV_MeasureCW(2, &dbm), 1);
+    ASSERT_EQ(qvsim_sensor_unplug(b_), QVSIM_OK);  // C now has place 2
+    EXPECT_EQ(QV_MeasureCW(2, &dbm), QV_ERR_ACQUISITION);
+    EXPECT_EQ(Info(c_).open_handles, 0);
+}
+
 TEST_F(ReopenIdentity, ALostAddressConfirmationLeavesTheSlotSayingWhatTheSensorHolds) {
     ASSERT_EQ(QV_InitializeSensor_SN("AAA111"), 1);
     // The byte is stored; only the 253 echo is lost.
