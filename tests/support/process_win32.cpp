@@ -184,7 +184,10 @@ ChildProcess::ChildProcess(const std::vector<std::string>& args, const ChildOpti
     if (args.empty()) return;
     const std::string program = Beside(args[0]);
     std::string commandLine = Quoted(program);
-    for (std::size_t i = 1; i < args.size(); ++i) commandLine += " " + Quoted(args[i]);
+    for (std::size_t i = 1; i < args.size(); ++i) {
+        commandLine += ' ';  // appended apart: GCC 12 -O3 takes " " + string for an overlapping copy
+        commandLine += Quoted(args[i]);
+    }
     const std::string environment = EnvironmentWithout(options.withoutEnv);
 
     std::lock_guard<std::mutex> start(g_startGuard);
