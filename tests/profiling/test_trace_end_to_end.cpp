@@ -29,6 +29,7 @@ struct Case {
     int source;          // trigger source
     int delayUsec;       // -1: no delay mode
     int undersampling;
+    int edge = 0;        // 1: the falling edge (of the pulse, or of the TTL line)
 };
 
 std::string Name(const ::testing::TestParamInfo<Case>& info) {
@@ -37,6 +38,7 @@ std::string Name(const ::testing::TestParamInfo<Case>& info) {
     std::string name = std::to_string(SweepConfigRow(c.row).sweepTimeUsec) + "us" + sources[c.source];
     if (c.delayUsec >= 0) name += "Delay" + std::to_string(c.delayUsec);
     if (c.undersampling) name += "Under";
+    if (c.edge) name += "Falling";
     return name;
 }
 
@@ -45,10 +47,10 @@ std::vector<Case> Cases() {
     for (int row = 0; row < kUserSweepRows; ++row)
         for (int source : {kAutomatic, kInternal, kExternal}) cases.push_back({row, source, -1, 0});
     // The delayed path: a quarter of the sweep (at most what the row allows) after
-    // the trigger, and the undersampled 20, 50 and 100 ms sweeps.
+    // the trigger, on either edge, and the undersampled 20, 50 and 100 ms sweeps.
     for (int row = 0; row < kUserSweepRows; ++row) {
         const int t = SweepConfigRow(row).sweepTimeUsec;
-        cases.push_back({row, row % 3, row <= 9 ? std::min(t / 4, 10000) : t / 4, 0});
+        cases.push_back({row, row % 3, row <= 9 ? std::min(t / 4, 10000) : t / 4, 0, row / 3 % 2});
     }
     for (int row : {10, 11, 12})
         for (int source : {kAutomatic, kInternal, kExternal}) cases.push_back({row, source, -1, 1});
@@ -82,6 +84,7 @@ TEST_P(EndToEnd, TraceFollowsThePulseTrainOnTheInput) {
     ASSERT_EQ(PP_SetSweepTime(kAddr, user.sweepTimeUsec), 1);
     ASSERT_EQ(PP_SetTriggerSoure(kAddr, c.source), 1);
     ASSERT_EQ(PP_SetTriggerLevel(kAddr, -20.0), 1);
+    ASSERT_EQ(PP_SetTriggerEdge(kAddr, c.edge), 1);
     ASSERT_EQ(PP_SetSweepDelayMode(kAddr, c.delayUsec >= 0 ? 1 : 0), 1);
     ASSERT_EQ(PP_SetSweepDelay(kAddr, c.delayUsec >= 0 ? c.delayUsec : 0), 1);
     ASSERT_EQ(PP_SetUndersampling20ms_50ms_100ms(kAddr, c.undersampling), 1);
@@ -95,20 +98,22 @@ TEST_P(EndToEnd, TraceFollowsThePulseTrainOnTheInput) {
         EXPECT_EQ(qv::test::Trace().autoTrgLevelSet, 1);
     }
 
-    // Every trigger fires on a rising edge of the pulse train: point i lies
-    // delay + i x sweep / length after one. Points within a few samples of an
+    // A trigger fires on a rising edge of the pulse train, or on its falling
+    // edge (the TTL line's falls half a period later): point i lies
+    // delay + i x sweep / length after it. Points within a few samples of an
     // edge are left out: the record's own resolution (2 us when undersampled),
     // the trace's point spacing and the edge correction of the shortest sweeps.
     const bool undersampled = c.undersampling == 1 || (c.delayUsec > 10000 && c.row >= 10) ||
                               (c.delayUsec >= 0 && c.row >= 12);
     const double recordStep = undersampled ? 2.0 : 1.0 / user.samplesPerUsec;
     const double margin = 4.0 * std::max(recordStep, sweep / length);
-    const double delay = c.delayUsec > 0 ? c.delayUsec : 0.0;
+    const double width = 0.4 * period;
+    const double trigger = c.edge == 0 ? 0.0 : c.source == kExternal ? period / 2 : width;
+    const double delay = trigger + (c.delayUsec > 0 ? c.delayUsec : 0.0);
     int checked = 0, wrong = 0, on = 0;
     double onSum = 0.0, offSum = 0.0;
     for (int i = 0; i < length; ++i) {
         const double phase = std::fmod(delay + i * sweep / length, period);
-        const double width = 0.4 * period;
         if (std::min({phase, std::abs(phase - width), period - phase}) < margin) continue;
         const bool isOn = phase < width;
         ++checked;
