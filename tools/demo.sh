@@ -75,6 +75,30 @@ pulse_rows CD5678 126 62 -20 -55
 pulse_rows AB1234 252 26 10 -30
 
 echo
+echo "--- trace: qvsim signal AB1234 pulse --period 400 --width 100 --on 0 --off -35 --rise 2 --fall 2,"
+echo "    then qvpower trace AB1234 -t 1000 --trigger level -l -20 (1 ms from where the power rises through -20 dBm)"
+"$qvsim" signal AB1234 pulse --period 400 --width 100 --on 0 --off -35 --rise 2 --fall 2 --freq 1e9 >/dev/null
+"$qvpower" trace AB1234 -t 1000 --trigger level -l -20 | awk -F, '
+  /^[0-9]/ {
+    t = $1 * 1e6; p = $2; w = 10 ^ (p / 10); n++; time[n] = t; mw[n] = w
+    ph = t - 400 * int(t / 400)
+    if (ph > 20 && ph < 80) { on += p; non++ }
+    if (ph > 150 && ph < 380) { off += p; noff++ }
+  }
+  END {
+    # width between the 50 % points (in watts) of the second pulse, whose rise lies inside the trace
+    half = (10 ^ ((on / non) / 10) + 10 ^ ((off / noff) / 10)) / 2
+    for (i = 2; i <= n; i++) {
+      x = time[i - 1] + (time[i] - time[i - 1]) * (mw[i - 1] - half) / (mw[i - 1] - mw[i])
+      if (mw[i - 1] < half && mw[i] >= half) rise = x
+      else if (rise && mw[i - 1] >= half && mw[i] < half) { fall = x; break }
+    }
+    printf "%-10s %10s %10s %10s\n", "", "on dBm", "off dBm", "width us"
+    printf "%-10s %10.3f %10.3f %10.3f\n", "true", 0, -35, 100
+    printf "%-10s %10.3f %10.3f %10.3f\n", "trace", on / non, off / noff, fall - rise
+  }'
+
+echo
 echo "--- the same for programs: qvpower measure cw @5 --json -n 2, and a refused call"
 "$qvsim" signal AB1234 cw -17 --freq 2.4e9 >/dev/null
 "$qvpower" measure cw @5 -f 2.4GHz --json -n 2

@@ -18,6 +18,7 @@
 #include "qv_api2.h"
 #include "qvpower_calls.h"
 #include "qvpower_sensors.h"
+#include "qvpower_trace.h"
 
 using namespace qvpower;
 // Keys stay in the order written: readings read naturally, also by eye.
@@ -332,6 +333,11 @@ int main(int argc, char** argv) {
     CLI::App* pulse = measure->add_subcommand("pulse", "pulse power, peak power, average power and duty cycle");
     AddMeasureOptions(pulse, pulseOptions);
 
+    TraceOptions traceOptions;
+    CLI::App* trace = app.add_subcommand(
+        "trace", "power against time from a trace-capable sensor, as CSV (time_s,power) or JSON");
+    AddTraceOptions(trace, traceOptions);
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
@@ -339,12 +345,19 @@ int main(int argc, char** argv) {
         return code == 0 ? kExitOk : kExitUsage;
     }
 
-    const FormatFlags& flags = *list ? listFlags : *info ? infoFlags : *cw ? cwOptions.flags : pulseOptions.flags;
+    FormatFlags traceFlags;
+    traceFlags.json = traceOptions.json;
+    const FormatFlags& flags = *list    ? listFlags
+                               : *info  ? infoFlags
+                               : *cw    ? cwOptions.flags
+                               : *trace ? traceFlags
+                                        : pulseOptions.flags;
     try {
         if (*list) return RunList(flags.format());
         if (*info) return RunInfo(infoSensor, flags.format());
         if (*cw) return RunMeasure(Kind::Cw, cwOptions);
         if (*pulse) return RunMeasure(Kind::Pulse, pulseOptions);
+        if (*trace) return RunTrace(traceOptions);
     } catch (const ExportFailure& failure) {
         ReportFailure(failure, flags.json);
         return kExitFailed;

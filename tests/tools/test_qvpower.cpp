@@ -139,7 +139,11 @@ INSTANTIATE_TEST_SUITE_P(
         Failure{{"measure", "cw", "AB1234", "--averages", "0"}, 2, "--averages"},
         Failure{{"measure", "cw", "AB1234", "--unit", "furlongs"}, 2, "--unit"},
         Failure{{"measure", "cw"}, 2, "SENSOR"},
-        Failure{{"list", "--json", "--csv"}, 2, "excludes"}));
+        Failure{{"list", "--json", "--csv"}, 2, "excludes"},
+        // A CW input and no TTL edges: the sweep never starts.
+        Failure{{"trace", "@5", "--trigger", "ttl"}, 1,
+                "PP_GetTrace(5, &trace, 10000, &count) returned -100: the sensor delivered no complete trace"},
+        Failure{{"trace", "@5", "-t", "30"}, 2, "--sweep-time"}));
 
 // A sensor that misbehaves: the export that meets it is named with its code.
 struct Fault {
@@ -219,6 +223,64 @@ TEST_F(QvPower, PulseReadingInJsonHasEveryPart) {
     EXPECT_EQ(r["unit"], "dBm");
 }
 
+// Traces of a simulated pulse train (100 us on in every 400 us), triggered on
+// its rise: CSV with its time axis, and JSON with repeated averaged traces.
+class QvPowerTrace : public QvPower {
+protected:
+    void SetUp() override {
+        QvPower::SetUp();
+        qvsim_signal signal;
+        ASSERT_EQ(qvsim_signal_get(first_, &signal), QVSIM_OK);
+        signal.kind = QVSIM_SIGNAL_PULSE;
+        signal.period_us = 400;
+        signal.width_us = 100;
+        signal.on_dbm = -5.0;
+        signal.off_dbm = -40.0;
+        ASSERT_EQ(qvsim_signal_set(first_, &signal), QVSIM_OK);
+    }
+    // Power on the input t seconds after a rising edge.
+    static double Input(double t) { return std::fmod(t * 1e6, 400.0) < 100.0 ? -5.0 : -40.0; }
+};
+
+TEST_F(QvPowerTrace, CsvHasTheTimeAxisAndFollowsThePulses) {
+    const ToolRun run = Run({"trace", "AB1234", "-t", "1000", "-d", "150", "--trigger", "level", "-l", "-20"});
+    ASSERT_EQ(run.status, 0) << run.output;
+    std::istringstream lines(run.output);
+    std::string line;
+    std::getline(lines, line);
+    EXPECT_EQ(line, "# power in dBm");
+    std::getline(lines, line);
+    EXPECT_EQ(line, "time_s,power");
+    int points = 0;
+    while (std::getline(lines, line)) {
+        const double t = std::stod(line), p = std::stod(line.substr(line.find(',') + 1));
+        if (points == 0) {
+            EXPECT_DOUBLE_EQ(t, 150e-6);
+        }
+        const double phase = std::fmod(t * 1e6, 400.0);
+        if (std::abs(phase - 100.0) > 2 && phase > 2 && phase < 398) {
+            EXPECT_NEAR(p, Input(t), 0.3) << line;
+        }
+        ++points;
+    }
+    EXPECT_EQ(points, 10000);
+}
+
+TEST_F(QvPowerTrace, JsonWritesOneAveragedTracePerCount) {
+    const ToolRun run = Run({"trace", "@5", "-t", "2000", "-a", "3", "--filter", "8", "--poles", "1", "-n", "2", "--json"});
+    ASSERT_EQ(run.status, 0) << run.output;
+    const std::vector<nlohmann::json> traces = run.JsonLines();
+    ASSERT_EQ(traces.size(), 2u);
+    for (const nlohmann::json& trace : traces) {
+        EXPECT_EQ(trace["unit"], "dBm");
+        ASSERT_EQ(trace["power"].size(), 10000u);
+        EXPECT_DOUBLE_EQ(trace["time_s"][9999].get<double>(), 2000e-6);
+        // Middle of the second pulse and of the gap after it, past the filter's settling.
+        EXPECT_NEAR(trace["power"][2250].get<double>(), -5.0, 0.3);
+        EXPECT_NEAR(trace["power"][3500].get<double>(), -40.0, 0.3);
+    }
+}
+
 class QvPowerHelp : public QvPower, public ::testing::WithParamInterface<std::vector<std::string>> {};
 
 TEST_P(QvPowerHelp, EveryCommandHasHelp) {
@@ -233,7 +295,8 @@ INSTANTIATE_TEST_SUITE_P(Commands, QvPowerHelp,
                                            std::vector<std::string>{"info", "--help"},
                                            std::vector<std::string>{"measure", "--help"},
                                            std::vector<std::string>{"measure", "cw", "--help"},
-                                           std::vector<std::string>{"measure", "pulse", "--help"}));
+                                           std::vector<std::string>{"measure", "pulse", "--help"},
+                                           std::vector<std::string>{"trace", "--help"}));
 
 // The tool's own table of model names and ranges against what the library
 // makes of each model's product string.
