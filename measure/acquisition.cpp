@@ -151,15 +151,11 @@ std::uint32_t FirstTimeout(const InstrumentState& s, std::int32_t n, std::uint32
     return Milliseconds(std::int64_t{n} * msPerBlock);
 }
 
-std::int32_t RecorderModeCW(DeviceRecord& r, AcquisitionHandles& h, std::int32_t n) {
-    if (r.streamArmed == 0 || r.singleAverageStream == 0) {
-        StartOnDevice(h.Device(), 0);
-        ArmOnDevice(h.Device());
-        r.streamArmed = r.singleAverageStream = 1;
-    }
-    // Kept in the slot: the recorder update after the reading writes over it.
-    const std::int64_t winusb = h.WinUsb(true);
-    std::uint32_t t = FirstTimeout(r.current, n, kFreeRunningMsPerBlock);
+// The recorder and (for pulses) triggered reads: a read that brings nothing is
+// tried again with twice the time-out, then once more after a re-arm with
+// twice that again.
+std::int32_t ReadTwiceMoreThenRearm(AcquisitionHandles& h, std::int64_t winusb, DeviceRecord& r,
+                                    std::int32_t n, std::uint32_t t) {
     std::int32_t result = ReadBlocks(winusb, r, n, t);
     if (result == 0) {
         t *= 2;
@@ -171,6 +167,17 @@ std::int32_t RecorderModeCW(DeviceRecord& r, AcquisitionHandles& h, std::int32_t
         result = ReadBlocks(winusb, r, n, t);
     }
     return result < 1 ? kCoreReadFailed : 1;
+}
+
+std::int32_t RecorderModeCW(DeviceRecord& r, AcquisitionHandles& h, std::int32_t n) {
+    if (r.streamArmed == 0 || r.singleAverageStream == 0) {
+        StartOnDevice(h.Device(), 0);
+        ArmOnDevice(h.Device());
+        r.streamArmed = r.singleAverageStream = 1;
+    }
+    // Kept in the slot: the recorder update after the reading writes over it.
+    const std::int64_t winusb = h.WinUsb(true);
+    return ReadTwiceMoreThenRearm(h, winusb, r, n, FirstTimeout(r.current, n, kFreeRunningMsPerBlock));
 }
 
 std::int32_t TriggeredModeCW(DeviceRecord& r, AcquisitionHandles& h, std::int32_t n) {
@@ -282,18 +289,7 @@ std::int32_t AcquirePulseBlocks(std::int32_t slot, std::int32_t n) {
         r.streamArmed = r.singleAverageStream = 0;
         StartOnDevice(h.Device(), s.RecorderOutEnabled == 1 ? 0 : n);
         ArmOnDevice(h.Device());
-        const std::int64_t winusb = h.WinUsb(true);
-        std::int32_t result = ReadBlocks(winusb, r, n, t);
-        if (result == 0) {
-            t *= 2;
-            result = ReadBlocks(winusb, r, n, t);
-        }
-        if (result == 0) {
-            ArmOnDevice(h.Device());
-            t *= 2;
-            result = ReadBlocks(winusb, r, n, t);
-        }
-        return result < 1 ? kCoreReadFailed : 1;
+        return ReadTwiceMoreThenRearm(h, h.WinUsb(true), r, n, t);
     }
     if (r.singleAverageStream == 0) {
         StartOnDevice(h.Device(), n == 1 ? 0 : n);
