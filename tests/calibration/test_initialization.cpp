@@ -11,6 +11,7 @@
 #include "platform/platform.h"
 #include "qv_api2.h"
 #include "support/sim_fixture.h"
+#include "support/slots.h"
 
 using namespace qv;
 using Strings = std::vector<std::string>;
@@ -21,19 +22,13 @@ class Initialization : public qv::test::SimBusTest {
 protected:
     void SetUp() override {
         SimBusTest::SetUp();
-        Clear();
+        qv::test::ClearSlots();
     }
     void TearDown() override {
         // Release whatever a test left, as the process's unload would.
         for (int s = 0; s < kSlotCount; ++s)
             if (Slot(s).inUse == 1) QV_UninitializeSensor_SN(Slot(s).serial);
-        Clear();
-    }
-    static void Clear() {
-        for (int s = 0; s < kSlotCount; ++s) {
-            ResetDeviceRecord(s);
-            Slot(s).ownerPid = 0;
-        }
+        qv::test::ClearSlots();
     }
     static int Count(const Strings& requests, const std::string& request) {
         int n = 0;

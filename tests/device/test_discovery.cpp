@@ -12,6 +12,7 @@
 #include "qv_api2.h"
 #include "support/process.h"
 #include "support/sim_fixture.h"
+#include "support/slots.h"
 
 using namespace qv;
 using Strings = std::vector<std::string>;
@@ -22,26 +23,13 @@ class Discovery : public qv::test::SimBusTest {
 protected:
     void SetUp() override {
         SimBusTest::SetUp();
-        ClearTable();
+        qv::test::ClearSlots();
     }
-    void TearDown() override { ClearTable(); }
-
-    static void ClearTable() {
-        for (int s = 0; s < kSlotCount; ++s) {
-            ResetDeviceRecord(s);
-            Slot(s).ownerPid = 0;
-        }
-    }
+    void TearDown() override { qv::test::ClearSlots(); }
 
     // A slot as another process's initialisation leaves it.
     static void ClaimForOtherProcess(int slot, const char* serial, int address, int devId) {
-        DeviceRecord& r = Slot(slot);
-        r.inUse = 1;
-        r.ownerPid = 0x7ffffff0u;
-        StoreSerial(r.serial, serial);
-        r.address = address;
-        r.devId = devId;
-        r.deviceHandle = 4242;  // meaningless here: never to be used
+        qv::test::Claim(slot, serial, address, devId, qv::test::kOtherPid).deviceHandle = 4242;  // meaningless here: never to be used
     }
 };
 

@@ -10,6 +10,7 @@
 #include "platform/platform.h"
 #include "qv_api2.h"
 #include "support/sim_fixture.h"
+#include "support/slots.h"
 
 using namespace qv;
 
@@ -55,10 +56,7 @@ class Model : public qv::test::SimBusTest {
 protected:
     void SetUp() override {
         SimBusTest::SetUp();
-        for (int s = 0; s < kSlotCount; ++s) {
-            ResetDeviceRecord(s);
-            Slot(s).ownerPid = 0;
-        }
+        qv::test::ClearSlots();
     }
 };
 

@@ -15,6 +15,7 @@
 #include "platform/platform.h"
 #include "support/process.h"
 #include "support/sim_fixture.h"
+#include "support/slots.h"
 
 using namespace qv;
 using Strings = std::vector<std::string>;
@@ -25,27 +26,15 @@ class Transport : public qv::test::SimBusTest {
 protected:
     void SetUp() override {
         SimBusTest::SetUp();
-        for (int s = 0; s < kSlotCount; ++s) {
-            ResetDeviceRecord(s);
-            Slot(s).ownerPid = 0;
-        }
+        qv::test::ClearSlots();
     }
-    void TearDown() override {
-        for (int s = 0; s < kSlotCount; ++s) {
-            ResetDeviceRecord(s);
-            Slot(s).ownerPid = 0;
-        }
-    }
+    void TearDown() override { qv::test::ClearSlots(); }
 
     // Puts a sensor into a slot as initialisation will, with an open handle
     // when owned by this process.
     static void Claim(int slot, const char* serial, int address, int devId, bool mine) {
-        DeviceRecord& r = Slot(slot);
-        r.inUse = 1;
-        r.ownerPid = mine ? platform::CurrentProcessId() : 0x7ffffff0u;
-        StoreSerial(r.serial, serial);
-        r.address = address;
-        r.devId = devId;
+        DeviceRecord& r = qv::test::Claim(slot, serial, address, devId,
+                                          mine ? platform::CurrentProcessId() : qv::test::kOtherPid);
         r.deviceHandle = mine ? OpenDevice_Idx(devId) : 4242;
     }
 };

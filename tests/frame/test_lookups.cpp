@@ -6,33 +6,21 @@
 #include "frame/lookups.h"
 #include "frame/shared_table.h"
 #include "platform/platform.h"
+#include "support/slots.h"
 
 using namespace qv;
 
 namespace {
 
-const std::uint32_t kOtherPid = 0x7ffffff0u;  // no real process has it
+using qv::test::kOtherPid;
 
 class Lookups : public ::testing::Test {
 protected:
-    void SetUp() override { Clear(); }
-    void TearDown() override { Clear(); }
+    void SetUp() override { qv::test::ClearSlots(); }
+    void TearDown() override { qv::test::ClearSlots(); }
 
-    static void Clear() {
-        for (int s = 0; s < kSlotCount; ++s) {
-            ResetDeviceRecord(s);
-            Slot(s).ownerPid = 0;
-        }
-    }
-
-    static void Put(int slot, int inUse, std::uint32_t owner, const char* serial, int address,
-                    int devId) {
-        DeviceRecord& r = Slot(slot);
-        r.inUse = inUse;
-        r.ownerPid = owner;
-        StoreSerial(r.serial, serial);
-        r.address = address;
-        r.devId = devId;
+    static void Put(int slot, int inUse, std::uint32_t owner, const char* serial, int address, int devId) {
+        qv::test::Claim(slot, serial, address, devId, owner, inUse);
     }
 
     const std::uint32_t me = platform::CurrentProcessId();

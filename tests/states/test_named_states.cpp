@@ -108,7 +108,7 @@ TEST_F(NamedStates, DeleteRemovesThatStateOnly) {
 }
 
 TEST_F(NamedStates, AnotherProcesssSensorIsRefused) {
-    Take(1, 30, kModel, kOtherPid);
+    Take(1, 30, kModel, qv::test::kOtherPid);
     PutFile("QV442A_30_A.ini", "");
     char buffer[42];
     std::memset(buffer, 'X', sizeof buffer);

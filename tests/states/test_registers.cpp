@@ -158,7 +158,7 @@ TEST_F(Registers, RegisterNumbersOwnershipAndPointersAreChecked) {
     EXPECT_EQ(QV_GetRegState(kAddress, 0, nullptr), -1);
 
     // Another process's sensor: only QV_Store is open to all.
-    Take(1, 30, kModel, kOtherPid).current = DistinctState(3);
+    Take(1, 30, kModel, qv::test::kOtherPid).current = DistinctState(3);
     EXPECT_EQ(QV_GetCurrentState(30, &out), -1);
     EXPECT_EQ(QV_SetCurrentState(30, Applicable()), -1);
     EXPECT_EQ(QV_GetRegState(30, 0, &out), -1);

@@ -322,7 +322,7 @@ TEST_F(StateFile, RefusalsChangeNothing) {
     EXPECT_TRUE(platform::FindFiles(FilePath("*")).empty());
 
     // Another process's sensor: only its state file may be written.
-    Take(1, 30, kModel, kOtherPid);
+    Take(1, 30, kModel, qv::test::kOtherPid);
     Slot(1).current = DistinctState(2);
     EXPECT_EQ(QV_SaveCurrStateTo(30, "A"), -1);
     EXPECT_EQ(QV_RestoreCurrStateFrom(30, "A"), -1);
