@@ -5,13 +5,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <string>
 #include <vector>
 
 #include "qvsim.h"
 #include "qvsim_driver.h"
 #include "support/process.h"
+#include "support/sim_fixture.h"
 
 namespace {
 
@@ -89,56 +89,18 @@ std::string DevicePath(int index0) {
 
 // ---------------------------------------------------------------- fixture
 
-class SimBus : public ::testing::Test {
+// A fresh bus (in the test's own namespace) for each test.
+class SimBus : public qv::test::SimBusTest {
 protected:
-    void SetUp() override {
-        directory_ = qv::test::MakeTemporaryDirectory("qvsim_test_");
-        ASSERT_FALSE(directory_.empty());
-        busPath_ = directory_ + "/bus";
-        qv::test::SetEnv(QVSIM_BUS_ENV, busPath_);
-        ASSERT_EQ(qvsim_bus_create(nullptr), QVSIM_OK);
-    }
-
-    void TearDown() override {
-        qvsim_bus_close();
-        std::filesystem::remove_all(directory_);
-    }
-
-    int Add(const char* serial, int address = -1, const char* product = "QV442A") {
-        qvsim_sensor_config config;
-        qvsim_sensor_config_init(&config);
-        config.serial = serial;
-        config.product = product;
-        config.address = address;
-        const int id = qvsim_sensor_add(&config);
-        EXPECT_GE(id, 0);
-        return id;
-    }
+    static int Add(const char* serial, int address = -1) { return AddSensor(serial, address); }
 
     // A sensor at index0 opened down to its WinUSB handle.
-    QvDrvHandle WinUsb(int index0 = 0) {
+    static QvDrvHandle WinUsb(int index0 = 0) {
         const QvDrvHandle device = OpenIndex(index0);
         EXPECT_GT(device, 0);
         const QvDrvHandle winusb = QV_USBDRVD_OpenWinUSBHandle(device);
         EXPECT_NE(winusb, QV_DRV_INVALID_HANDLE);
         return winusb;
-    }
-
-    static qvsim_sensor_state State(int id) {
-        qvsim_sensor_state state{};
-        EXPECT_EQ(qvsim_sensor_state_get(id, &state), QVSIM_OK);
-        return state;
-    }
-
-    static qvsim_sensor_info Info(int id) {
-        qvsim_sensor_info info{};
-        EXPECT_EQ(qvsim_sensor_info_get(id, &info), QVSIM_OK);
-        return info;
-    }
-
-    static void AddFault(int id, int kind, int code, int count = 1, int skip = 0, int arg = 0) {
-        const qvsim_fault fault{kind, code, skip, count, arg};
-        ASSERT_EQ(qvsim_add_fault(id, &fault), QVSIM_OK);
     }
 
     static std::vector<qvsim_transfer> Transcript(int id) {
@@ -147,17 +109,6 @@ protected:
         entries.resize(static_cast<size_t>(std::max(copied, 0)));
         return entries;
     }
-
-    // Request codes of the control transfers the sensor received, in order.
-    static std::vector<int> Requests(int id) {
-        std::vector<int> codes;
-        for (const qvsim_transfer& entry : Transcript(id))
-            if (entry.kind == QVSIM_XFER_IN || entry.kind == QVSIM_XFER_OUT) codes.push_back(entry.code);
-        return codes;
-    }
-
-    std::string directory_;
-    std::string busPath_;
 };
 
 // ---------------------------------------------------------------- enumeration and handles
@@ -244,7 +195,7 @@ TEST_P(CommandRequest, EchoesItsCodeOrDidNothing) {
         ASSERT_EQ(In(winusb, c.before, 1, 0xC0).bytes[0], c.before);
     }
     const int unchanged = c.field(State(id));
-    AddFault(id, QVSIM_FAULT_NO_ECHO, c.code);
+    AddFault(id, QVSIM_FAULT_NO_ECHO, c.code, 1);
     const Reply refused = In(winusb, c.code, c.length);
     EXPECT_EQ(refused.result, c.length);
     EXPECT_NE(refused.bytes[0], c.code);
@@ -311,10 +262,10 @@ TEST_F(SimBus, WritesLandOnlyBetweenBeginAndEndAndOutliveUnplug) {
     EXPECT_EQ(Out(winusb, 228, {9}), 1);  // no write begun: dropped
     EXPECT_EQ(qvsim_get_address(id), 5);
     EXPECT_EQ(State(id).ignored_writes, 1u);
-    AddFault(id, QVSIM_FAULT_NO_ECHO, 252);
+    AddFault(id, QVSIM_FAULT_NO_ECHO, 252, 1);
     EXPECT_EQ(WriteMemory(winusb, 2, 31, {9}, true), -4);
     EXPECT_EQ(qvsim_get_address(id), 5);
-    AddFault(id, QVSIM_FAULT_NO_ECHO, 253);
+    AddFault(id, QVSIM_FAULT_NO_ECHO, 253, 1);
     EXPECT_EQ(WriteMemory(winusb, 2, 31, {77}), -5);  // unconfirmed, yet written
     EXPECT_EQ(qvsim_get_address(id), 77);
 
@@ -385,7 +336,7 @@ TEST_F(SimBus, TranscriptRecordsWhatReachedTheSensorButNotEnumeration) {
     EXPECT_EQ(Bytes(entries[1].data, entries[1].data + entries[1].data_len), Bytes{5});
     EXPECT_EQ(entries[2].kind, QVSIM_XFER_STRING);
     EXPECT_EQ(entries[2].seq, 2);
-    EXPECT_EQ(Requests(id), (std::vector<int>{225, 229}));
+    EXPECT_EQ(Requests(id), (std::vector<std::string>{"OUT 225", "IN 229"}));
 }
 
 TEST_F(SimBus, TranscriptKeepsTheNewestEntriesAndCountsAll) {
@@ -417,7 +368,7 @@ class FaultCounting : public SimBus, public ::testing::WithParamInterface<Counti
 TEST_P(FaultCounting, FiresAfterSkipForCountRequests) {
     const CountingCase& c = GetParam();
     const int id = Add("123456");
-    AddFault(id, QVSIM_FAULT_REQUEST_FAILS, 229, c.count, c.skip);
+    AddFault(id, QVSIM_FAULT_REQUEST_FAILS, 229, c.count, 0, c.skip);
     const QvDrvHandle winusb = WinUsb();
     std::string seen;
     for (int i = 0; i < 5; ++i) {
@@ -433,13 +384,13 @@ INSTANTIATE_TEST_SUITE_P(Faults, FaultCounting,
 
 TEST_F(SimBus, FaultsGiveTheChosenResultAndChangeNothing) {
     const int id = Add("123456");
-    AddFault(id, QVSIM_FAULT_OPEN_FAILS, 0, 1, 0, 0);
-    AddFault(id, QVSIM_FAULT_OPEN_FAILS, 0, 1, 0, -1);
+    AddFault(id, QVSIM_FAULT_OPEN_FAILS, 0, 1, 0);
+    AddFault(id, QVSIM_FAULT_OPEN_FAILS, 0, 1, -1);
     EXPECT_EQ(OpenIndex(0), 0);
     EXPECT_EQ(OpenIndex(0), -1);
     const QvDrvHandle winusb = WinUsb();
-    AddFault(id, QVSIM_FAULT_REQUEST_FAILS, 0, 1, 0, -7);
-    AddFault(id, QVSIM_FAULT_REQUEST_EMPTY, 191);
+    AddFault(id, QVSIM_FAULT_REQUEST_FAILS, 0, 1, -7);
+    AddFault(id, QVSIM_FAULT_REQUEST_EMPTY, 191, 1);
     AddFault(id, QVSIM_FAULT_STRING_FAILS, 3, QVSIM_ALWAYS);
     const Reply failed = In(winusb, 206, 1);
     EXPECT_EQ(failed.result, -7);
@@ -450,7 +401,7 @@ TEST_F(SimBus, FaultsGiveTheChosenResultAndChangeNothing) {
     EXPECT_EQ(QV_USBDRVD_GetStringDescriptorLengthA(winusb, 27, 3), -1);
     EXPECT_EQ(QV_USBDRVD_GetStringDescriptorLengthA(winusb, 27, 2), 7);
 
-    AddFault(id, QVSIM_FAULT_UNPLUG, 0, 1, 1);  // vanishes mid-conversation
+    AddFault(id, QVSIM_FAULT_UNPLUG, 0, 1, 0, 1);  // vanishes mid-conversation
     EXPECT_EQ(In(winusb, 239, 1).result, 1);
     EXPECT_LT(In(winusb, 239, 1).result, 0);
     EXPECT_EQ(QV_USBDRVD_GetDevCount(&kSensorClass), 0);
