@@ -69,10 +69,8 @@ TEST_P(SysTimeOut, StoresOnlyValuesInRange) {
 }
 
 INSTANTIATE_TEST_SUITE_P(RangeEnds, SysTimeOut,
-                         ::testing::Values(TimeOutCase{99, -1}, TimeOutCase{100, 1},
-                                           TimeOutCase{100000, 1}, TimeOutCase{100001, -1},
-                                           TimeOutCase{0, -1}, TimeOutCase{-500, -1},
-                                           TimeOutCase{INT_MIN, -1}, TimeOutCase{INT_MAX, -1}));
+                         ::testing::Values(TimeOutCase{99, -1}, TimeOutCase{100, 1}, TimeOutCase{100000, 1},
+                                           TimeOutCase{100001, -1}, TimeOutCase{INT_MIN, -1}));
 
 // Keeps the lock on another thread until told to let go.
 class LockHolder {
