@@ -18,6 +18,7 @@
 #include "frame/shared_table.h"
 #include "platform/platform.h"
 #include "support/sim_fixture.h"
+#include "support/slots.h"
 
 namespace qv::test {
 
@@ -39,9 +40,8 @@ protected:
     }
 
     static void ResetSlots() {
+        ClearSlots();
         for (int s = 0; s < kSlotCount; ++s) {
-            ResetDeviceRecord(s);
-            Slot(s).ownerPid = 0;
             Slot(s).identity.ModelIndex = kUnknownModel;
             Slot(s).tempRows[0].freq = 0.0;
         }

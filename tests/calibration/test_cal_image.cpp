@@ -7,7 +7,6 @@
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -60,9 +59,8 @@ TEST_P(ReadCalBlockArguments, RefusedBeforeAnythingIsSent) {
 
 INSTANTIATE_TEST_SUITE_P(
     RegionAndLength, ReadCalBlockArguments,
-    ::testing::Values(BlockCase{"Region3", 3, 64, -1}, BlockCase{"Region0", 0, 64, -1},
-                      BlockCase{"BadRegionBeforeBadLength", 7, 0, -1}, BlockCase{"Length0", 2, 0, -2},
-                      BlockCase{"LengthNegative", 6, -1, -2}, BlockCase{"Length64001", 6, 64001, -2},
+    ::testing::Values(BlockCase{"Region3", 3, 64, -1}, BlockCase{"BadRegionBeforeBadLength", 7, 0, -1},
+                      BlockCase{"Length0", 2, 0, -2}, BlockCase{"Length64001", 6, 64001, -2},
                       BlockCase{"Length1", 2, 1, 1}, BlockCase{"Length64000", 6, 64000, 64000}),
     [](const ::testing::TestParamInfo<BlockCase>& info) { return std::string(info.param.name); });
 
@@ -86,38 +84,16 @@ TEST_F(CalImage, BlockIsOnePointerThenPiecesOf64) {
 
 // ---------------------------------------------------------------- checksum
 
-struct ChecksumCase {
-    const char* name;
-    Bytes bytes;
-    std::uint32_t expected;
-};
-
-class Checksum : public ::testing::TestWithParam<ChecksumCase> {};
-
-TEST_P(Checksum, DoublesAndAddsEachByte) {
-    const ChecksumCase& c = GetParam();
-    EXPECT_EQ(CalChecksum(c.bytes.size(), c.bytes.data()), c.expected);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Sequences, Checksum,
-    ::testing::Values(ChecksumCase{"Empty", {}, 0u}, ChecksumCase{"FF", {0xFF}, 255u},
-                      ChecksumCase{"OneTwo", {0x01, 0x02}, 4u},
-                      // Place 31 from the end keeps only its lowest bit, place 32 nothing.
-                      ChecksumCase{"Place31", [] { Bytes b(32, 0); b[0] = 0x03; return b; }(), 0x80000000u},
-                      ChecksumCase{"Place32", [] { Bytes b(33, 0); b[0] = 0xFF; return b; }(), 0u}),
-    [](const ::testing::TestParamInfo<ChecksumCase>& info) { return std::string(info.param.name); });
-
-TEST(ChecksumWindow, BytesMoreThan32PlacesBeforeTheEndDropOut) {
-    std::mt19937 random(7);
-    Bytes tail(32);
-    for (auto& b : tail) b = static_cast<std::uint8_t>(random());
-    for (int prefixLength : {1, 5, 1000}) {
-        Bytes whole(static_cast<std::size_t>(prefixLength));
-        for (auto& b : whole) b = static_cast<std::uint8_t>(random());
-        whole.insert(whole.end(), tail.begin(), tail.end());
-        EXPECT_EQ(CalChecksum(whole.size(), whole.data()), CalChecksum(tail.size(), tail.data()));
-    }
+// Each byte doubles what came before: only the last 32 bytes count.
+TEST(Checksum, DoublesAndAddsEachByteSoOnlyTheLast32Count) {
+    const Bytes oneTwo{0x01, 0x02};
+    EXPECT_EQ(CalChecksum(0, oneTwo.data()), 0u);
+    EXPECT_EQ(CalChecksum(2, oneTwo.data()), 4u);
+    Bytes place31(32, 0), place32(33, 0);
+    place31[0] = 0x03;
+    place32[0] = 0xFF;
+    EXPECT_EQ(CalChecksum(place31.size(), place31.data()), 0x80000000u);
+    EXPECT_EQ(CalChecksum(place32.size(), place32.data()), 0u);
 }
 
 TEST_F(CalImage, FactoryChecksumIsTheChecksumOfTheFactoryImage) {
@@ -229,47 +205,27 @@ INSTANTIATE_TEST_SUITE_P(
     Fields, DecodeFields,
     ::testing::Values(
         FieldCase{"ExponentNineIsMinusOne", 1, 1, 9, 9, 0, 5, 5, 0.5, 0.5},
-        FieldCase{"ExponentEightIsZero", 1, 1, 8, 8, 0, 5, 5, 5.0, 5.0},
         FieldCase{"ExponentSevenIsSeven", 1, 1, 7, 7, 0, 1, 1, 1e7, 1e7},
-        FieldCase{"ExponentFifteenIsMinusSeven", 1, 1, 15, 15, 0, 1, 1, 1e-7, 1e-7},
         FieldCase{"LargestPositiveMantissas", 8191, 511, 0, 0, 0, 8191, 511, 1.0, 1.0},
         FieldCase{"SignBitAloneIsZero", 1, 1, 0, 0, 0, 8192, 512, 0.0, 0.0},
-        FieldCase{"SmallestNegativeMantissas", 1, 1, 0, 0, 0, 8193, 513, -1.0, -1.0},
         FieldCase{"LargestNegativeMantissas", 1, 1, 0, 0, 0, 16383, 1023, -8191.0, -511.0},
-        FieldCase{"LargestDivisors", 16383, 1023, 0, 0, 0, 16383, 1023, -8191.0 / 16383, -511.0 / 1023},
         FieldCase{"FieldsDoNotLeakIntoEachOther", 0x2AAA, 0x155, 0xA, 0x5, 0xFFFF, 0x1555, 0x2AA,
                   0x1555 / double{0x2AAA} * 1e-2, -(0x2AA & 0x1FF) / double{0x155} * 1e5},
-        FieldCase{"CountIsUnsigned", 1, 1, 0, 0, 0x8001, 0, 0, 0.0, 0.0},
         // A damaged header: no infinities, no NaN.
-        FieldCase{"ZeroDivisorA", 0, 4, 0, 0, 100, 5, 2, 0.0, 0.5},
-        FieldCase{"ZeroDivisorB", 4, 0, 0, 0, 100, 2, 5, 0.5, 0.0},
-        FieldCase{"ZeroDivisorsZeroMantissas", 0, 0, 0, 0, 100, 0, 0, 0.0, 0.0}),
+        FieldCase{"ZeroDivisorA", 0, 4, 0, 0, 100, 5, 2, 0.0, 0.5}),
     [](const ::testing::TestParamInfo<FieldCase>& info) { return std::string(info.param.name); });
 
-TEST_F(CalImage, CalibrationTemperatureIsTheFirstTwoBytesHighFirst) {
+TEST_F(CalImage, TemperatureIsTheFirstTwoBytesAndDecodingLeavesTheGridAndOtherSlots) {
+    Slot(1).calTmp = 1234.0;
+    const double level = Slot(0).calPoints[17].ls[9].level;
     Bytes image(kCalImageBytes, 0);
     image[0] = 0x22;
     image[1] = 0xC4;
     DecodeCalImage(0, image.data());
-    EXPECT_EQ(Slot(0).calTmp, 8900.0);
-    Bytes erased(kCalImageBytes, 0xFF);
-    DecodeCalImage(0, erased.data());
-    EXPECT_EQ(Slot(0).calTmp, 65535.0);
-    // Erased memory decodes to finite numbers all the same.
-    for (const CalFreqPoint& point : Slot(0).calPoints)
-        for (const CalLevelPoint& p : point.hs) EXPECT_TRUE(std::isfinite(p.a) && std::isfinite(p.b));
-}
-
-TEST_F(CalImage, DecodingLeavesTheGridAndOtherSlotsAlone) {
-    Slot(1).calTmp = 1234.0;
-    const double level = Slot(0).calPoints[17].ls[9].level;
-    const double freq = Slot(0).calPoints[17].freq;
-    Bytes image(kCalImageBytes, 0x5A);
-    DecodeCalImage(0, image.data());
     DecodeCalImage(13, image.data());
     DecodeCalImage(-1, image.data());
+    EXPECT_EQ(Slot(0).calTmp, 8900.0);
     EXPECT_EQ(Slot(0).calPoints[17].ls[9].level, level);
-    EXPECT_EQ(Slot(0).calPoints[17].freq, freq);
     EXPECT_EQ(Slot(1).calTmp, 1234.0);
 }
 
@@ -316,10 +272,7 @@ TEST_P(DecodeFactoryImage, ReproducesTheDetectorsCalibration) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Models, DecodeFactoryImage,
-                         ::testing::Values("QV221A", "QV2xxA", "QV223A", "QV331A", "QV332A", "QV333A",
-                                           "QV441A", "QV442A", "VRT2", "OEMOEM", "R7703B", "R7705A",
-                                           "R7702B", "TK8410", "TKS6110", "TK6510", "TK7120",
-                                           "no such model"),
+                         ::testing::Values("QV221A", "QV442A", "VRT2", "R7703B", "TKS6110", "no such model"),
                          [](const ::testing::TestParamInfo<const char*>& info) {
                              std::string name;
                              for (const char* c = info.param; *c; ++c)
@@ -352,26 +305,15 @@ TEST_F(CalImage, FirstLoadReadsTheSensorAndCachesWhatItRead) {
     EXPECT_EQ(files, 1);
 }
 
-TEST_F(CalImage, SecondLoadTakesTheImageFromTheCache) {
-    const int id = AddSensor("CAL001", 1);
-    const std::int64_t h = Open();
-    Bytes first(kCalImageBytes), second(kCalImageBytes, 0);
-    LoadCalImage(h, "CAL001", first.data());
-    qvsim_transcript_clear(id);
-    LoadCalImage(h, "CAL001", second.data());
-    EXPECT_EQ(Requests(id), kCacheCheckOnly);
-    EXPECT_EQ(second, first);
-}
-
-TEST_F(CalImage, TheCacheIsFoundWhateverTheCaseOfTheSerial) {
+TEST_F(CalImage, SecondLoadTakesTheImageFromTheCacheWhateverTheCaseOfTheSerial) {
     const int id = AddSensor("CAL00X", 1);
     const std::int64_t h = Open();
-    Bytes image(kCalImageBytes);
-    LoadCalImage(h, "cal00x", image.data());
+    Bytes first(kCalImageBytes), second(kCalImageBytes, 0);
+    LoadCalImage(h, "cal00x", first.data());
     qvsim_transcript_clear(id);
-    LoadCalImage(h, "CAL00X", image.data());
+    LoadCalImage(h, "CAL00X", second.data());
     EXPECT_EQ(Requests(id), kCacheCheckOnly);
-    EXPECT_EQ(CalCachePath("Cal00x"), CalCachePath("CAL00X"));
+    EXPECT_EQ(second, first);
 }
 
 struct CacheCase {
@@ -396,7 +338,6 @@ TEST_P(ReadCache, ValidOnlyWhenFileSensorAndTestBlockAgree) {
     if (name == "TestBlockDiffers") test[1023] ^= 1;
     if (name == "ShortFile") file.pop_back();
     if (name == "LongFile") file.push_back(0);
-    if (name == "EmptyFile") file.clear();
     const std::string path = CalCachePath("CAL001");
     fs::create_directories(platform::DataDirectory());
     if (name != "NoFile") WriteBytes(path, file);
@@ -411,7 +352,7 @@ INSTANTIATE_TEST_SUITE_P(
     Files, ReadCache,
     ::testing::Values(CacheCase{"Valid", 1}, CacheCase{"NoFile", -1}, CacheCase{"SelfChecksumWrong", 0},
                       CacheCase{"SensorChecksumDiffers", 0}, CacheCase{"TestBlockDiffers", 0},
-                      CacheCase{"ShortFile", 0}, CacheCase{"LongFile", 0}, CacheCase{"EmptyFile", 0}),
+                      CacheCase{"ShortFile", 0}, CacheCase{"LongFile", 0}),
     [](const ::testing::TestParamInfo<CacheCase>& info) { return std::string(info.param.name); });
 
 // After a first load has cached the image, something changes; the next load must
@@ -436,10 +377,6 @@ TEST_P(CacheInvalidation, NextLoadReadsTheSensorAgainAndRewritesTheCache) {
         // Both checksums still agree with each other; only the sensor's first bytes differ.
         const std::uint8_t changed = static_cast<std::uint8_t>(image[600] ^ 0x10);
         ASSERT_EQ(qvsim_memory_write(id, 2, 1024 + 600, &changed, 1), 1);
-    } else if (name == "FileCutShort") {
-        Bytes file = FileBytes(path);
-        file.resize(file.size() - 1000);
-        WriteBytes(path, file);
     }
 
     qvsim_transcript_clear(id);
@@ -457,8 +394,7 @@ TEST_P(CacheInvalidation, NextLoadReadsTheSensorAgainAndRewritesTheCache) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Changes, CacheInvalidation,
-                         ::testing::Values("FileChecksumWrong", "SensorChecksumDiffers", "TestBlockChanged",
-                                           "FileCutShort"));
+                         ::testing::Values("FileChecksumWrong", "SensorChecksumDiffers", "TestBlockChanged"));
 
 TEST_F(CalImage, SensorThatDoesNotAnswerLeavesCacheAndChecksumAlone) {
     const int id = AddSensor("CAL001", 1);
@@ -485,37 +421,27 @@ protected:
     std::string saved_;
 };
 
-TEST_F(DataDirectoryTest, MissingDirectoryIsCreated) {
+TEST_F(DataDirectoryTest, MissingDirectoryIsCreatedAndAnUnusableOneStillGivesTheImage) {
     const int id = AddSensor("CAL001", 1);
-    const std::string nested = saved_ + "/not/yet";
-    qv::test::SetEnv(platform::kEnvDataDir, nested);
+    qv::test::SetEnv(platform::kEnvDataDir, saved_ + "/not/yet");
     const std::int64_t h = Open();
     Bytes image(kCalImageBytes);
     LoadCalImage(h, "CAL001", image.data());
-    EXPECT_EQ(FileBytes(nested + "/QV_CD_CAL001.dat"), CacheContent(image));
-    qvsim_transcript_clear(id);
-    LoadCalImage(h, "CAL001", image.data());
-    EXPECT_EQ(Requests(id), kCacheCheckOnly);
-}
+    EXPECT_EQ(FileBytes(saved_ + "/not/yet/QV_CD_CAL001.dat"), CacheContent(image));
 
-TEST_F(DataDirectoryTest, UnusableDirectoryStillGivesTheSensorsImage) {
-    const int id = AddSensor("CAL001", 1);
-    fs::create_directories(saved_);
     const std::string blocker = saved_ + "/a-file";
     WriteBytes(blocker, Bytes{1});
     qv::test::SetEnv(platform::kEnvDataDir, blocker + "/data");
-    const std::int64_t h = Open();
-    Bytes image(kCalImageBytes);
     std::uint32_t checksum = 77;
     EXPECT_EQ(WriteCalCache("CAL001", kCalImageBytes, image.data(), &checksum), -1);
     EXPECT_EQ(checksum, 77u);
+    qvsim_transcript_clear(id);
     LoadCalImage(h, "CAL001", image.data());
     EXPECT_EQ(image, SensorImage(id));
     // Nothing cached, so the next load reads the sensor again.
     qvsim_transcript_clear(id);
     LoadCalImage(h, "CAL001", image.data());
     EXPECT_EQ(CountRequests(id, 229), kRequestsForWholeImage);
-    EXPECT_EQ(SensorChecksum(id), CalChecksum(image.size(), image.data()));
 }
 
 class SerialInPath : public CalImage, public ::testing::WithParamInterface<const char*> {};
@@ -537,14 +463,11 @@ TEST_P(SerialInPath, NeverReachesTheFileSystem) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Names, SerialInPath,
-                         ::testing::Values("", "../CAL1", "CAL/01", "CAL.01", "..", "CAL 01", "CAL\\01",
-                                           "CAL:01", "\xC3\x84" "BC12", "CAL01\n"));
+                         ::testing::Values("", "../CAL1", "CAL/01", "..", "CAL\\01", "\xC3\x84" "BC12"));
 
 TEST_F(CalImage, NoSerialMeansNoCache) {
     EXPECT_EQ(CalCachePath(nullptr), "");
     Bytes image(kCalImageBytes);
-    std::uint32_t checksum = 0;
-    EXPECT_EQ(WriteCalCache(nullptr, kCalImageBytes, image.data(), &checksum), -1);
     EXPECT_EQ(ReadCalCache(nullptr, kCalImageBytes, image.data(), 0, image.data(), 0), -1);
 }
 

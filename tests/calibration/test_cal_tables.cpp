@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <limits>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "calibration_fixture.h"
@@ -64,17 +65,23 @@ struct ModelCase {
 
 class ModelConstants : public CalTables, public ::testing::WithParamInterface<ModelCase> {};
 
-TEST_P(ModelConstants, FollowTheModelOfTheSlot) {
+TEST_P(ModelConstants, FollowTheModelOfTheSlotAndPointOneLiesOneStepAboveZeroHertz) {
     const ModelCase c = GetParam();
-    Record().identity.ModelIndex = c.model;
+    DeviceRecord& r = Record();
+    r.identity.ModelIndex = c.model;
     EXPECT_EQ(CalStartFrequency(kSlot), c.start);
     EXPECT_EQ(CalFrequencyStep(kSlot), c.step);
     EXPECT_EQ(CalMaximumFrequency(kSlot), c.maximum);
     EXPECT_EQ(CalTempTableStart(kSlot), c.tempStart);
     EXPECT_EQ(CalTempStep(kSlot), c.tempStep);
-    EXPECT_EQ(CalFirstLevelHs(kSlot), -70.0);
-    EXPECT_EQ(CalFirstLevelLs(kSlot), -30.0);
-    EXPECT_EQ(CalLevelStep(kSlot), 2.0);
+    r.calPoints[7].ls[3].b = 42.0;
+    SetModelGrid(kSlot);
+    EXPECT_EQ(r.calPoints[0].freq, c.start);
+    EXPECT_EQ(r.calPoints[1].freq, c.step);
+    EXPECT_EQ(r.calPoints[400].freq, 400 * c.step);
+    EXPECT_EQ(r.calPoints[123].hs[25].level, -20.0);
+    EXPECT_EQ(r.calPoints[123].ls[0].level, -30.0);
+    EXPECT_EQ(r.calPoints[7].ls[3].b, 42.0);  // coefficients are the image's business
 }
 
 constexpr ModelCase Low(std::int32_t model) { return {model, 1e7, 2.5e7, 1e10, 7334, 9}; }
@@ -82,12 +89,9 @@ constexpr ModelCase Coarse(std::int32_t model, double maximum) { return {model, 
 
 INSTANTIATE_TEST_SUITE_P(
     Models, ModelConstants,
-    ::testing::Values(Low(1), Low(2), Low(3), Low(66), Low(78), Low(95), Low(101), Low(104), Low(0), Low(64),
-                      Low(65), Low(-1), Low(9), Low(114), Coarse(4, 1.25e10), Coarse(105, 1.25e10),
-                      Coarse(106, 1.25e10), Coarse(5, 1.8e10), Coarse(69, 1.8e10), Coarse(79, 1.8e10),
-                      Coarse(108, 1.8e10), Coarse(6, 2.65e10), Coarse(70, 2.65e10), Coarse(80, 2.65e10),
-                      Coarse(109, 2.65e10), Coarse(7, 2.0e10), Coarse(8, 2.0e10), Coarse(71, 2.0e10),
-                      Coarse(81, 2.0e10), Coarse(110, 2.0e10), Coarse(113, 2.0e10)),
+    ::testing::Values(Low(1), Low(95), Low(-1), Low(114), Coarse(4, 1.25e10), Coarse(105, 1.25e10),
+                      Coarse(5, 1.8e10), Coarse(6, 2.65e10), Coarse(80, 2.65e10), Coarse(8, 2.0e10),
+                      Coarse(113, 2.0e10)),
     [](const ::testing::TestParamInfo<ModelCase>& info) {
         return "Model" + std::string(info.param.model < 0 ? "Unknown" : std::to_string(info.param.model));
     });
@@ -96,14 +100,9 @@ class OutsideTheTable : public CalTables, public ::testing::WithParamInterface<s
 
 TEST_P(OutsideTheTable, EveryRoutineRefuses) {
     const std::int32_t slot = GetParam();
-    EXPECT_EQ(CalStartFrequency(slot), -1.0);
-    EXPECT_EQ(CalFrequencyStep(slot), -1.0);
-    EXPECT_EQ(CalMaximumFrequency(slot), -1.0);
-    EXPECT_EQ(CalTempTableStart(slot), -1.0);
-    EXPECT_EQ(CalTempStep(slot), -1.0);
-    EXPECT_EQ(CalFirstLevelHs(slot), -1.0);
-    EXPECT_EQ(CalFirstLevelLs(slot), -1.0);
-    EXPECT_EQ(CalLevelStep(slot), -1.0);
+    for (auto constant : {CalStartFrequency, CalFrequencyStep, CalMaximumFrequency, CalTempTableStart, CalTempStep,
+                          CalFirstLevelHs, CalFirstLevelLs, CalLevelStep})
+        EXPECT_EQ(constant(slot), -1.0);
     EXPECT_EQ(ClampCalFrequency(slot, 1e9), 0.0);
     EXPECT_EQ(BuildCalTables(slot, 1e9), -1);
     EXPECT_EQ(TempRowIndex(slot, 8000.0), -1);
@@ -114,7 +113,7 @@ TEST_P(OutsideTheTable, EveryRoutineRefuses) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Slots, OutsideTheTable,
-                         ::testing::Values(-1, 13, 1000, std::numeric_limits<std::int32_t>::min()));
+                         ::testing::Values(-1, 13, std::numeric_limits<std::int32_t>::min()));
 
 struct ClampCase {
     std::int32_t model;
@@ -132,34 +131,9 @@ TEST_P(FrequencyClamp, IntoTheModelsRange) {
 
 INSTANTIATE_TEST_SUITE_P(
     Frequencies, FrequencyClamp,
-    ::testing::Values(ClampCase{1, 1e6, 1e7}, ClampCase{1, 1e7, 1e7}, ClampCase{1, 5e9, 5e9},
-                      ClampCase{1, 1e10, 1e10}, ClampCase{1, 1.0000001e10, 1e10}, ClampCase{1, -kInf, 1e7},
-                      ClampCase{1, kInf, 1e10}, ClampCase{1, kNaN, 1e7}, ClampCase{4, 1.3e10, 1.25e10},
-                      ClampCase{5, 1.9e10, 1.8e10}, ClampCase{6, 3e10, 2.65e10}, ClampCase{8, 2.5e10, 2e10},
-                      ClampCase{8, 0.0, 1e7}));
-
-// ---------------------------------------------------------------- grid
-
-class ModelGrid : public CalTables, public ::testing::WithParamInterface<ModelCase> {};
-
-TEST_P(ModelGrid, PointOneLiesOneStepAboveZeroHertz) {
-    const ModelCase c = GetParam();
-    DeviceRecord& r = Record();
-    r.identity.ModelIndex = c.model;
-    r.calPoints[7].ls[3].b = 42.0;
-    SetModelGrid(kSlot);
-    EXPECT_EQ(r.calPoints[0].freq, c.start);
-    EXPECT_EQ(r.calPoints[1].freq, c.step);
-    EXPECT_EQ(r.calPoints[2].freq, 2 * c.step);
-    EXPECT_EQ(r.calPoints[400].freq, 400 * c.step);
-    for (int j = 0; j < kCalLevels; ++j) {
-        EXPECT_EQ(r.calPoints[123].hs[j].level, -70.0 + 2 * j);
-        EXPECT_EQ(r.calPoints[123].ls[j].level, -30.0 + 2 * j);
-    }
-    EXPECT_EQ(r.calPoints[7].ls[3].b, 42.0);  // coefficients are the image's business
-}
-
-INSTANTIATE_TEST_SUITE_P(Models, ModelGrid, ::testing::Values(Low(1), Low(-1), Coarse(4, 1.25e10), Coarse(8, 2e10)));
+    ::testing::Values(ClampCase{1, 1e6, 1e7}, ClampCase{1, 5e9, 5e9}, ClampCase{1, 1e10, 1e10},
+                      ClampCase{1, 1.0000001e10, 1e10}, ClampCase{1, kInf, 1e10}, ClampCase{1, kNaN, 1e7},
+                      ClampCase{4, 1.3e10, 1.25e10}, ClampCase{6, 3e10, 2.65e10}));
 
 // ---------------------------------------------------------------- calibration at a frequency
 
@@ -180,26 +154,15 @@ TEST_P(AtAGridFrequency, ReproducesThatPoint) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Points, AtAGridFrequency,
-                         ::testing::Values(PointCase{1, 0}, PointCase{1, 1}, PointCase{1, 2}, PointCase{1, 40},
-                                           PointCase{1, 399}, PointCase{1, 400}, PointCase{4, 0},
-                                           PointCase{4, 1}, PointCase{4, 150}, PointCase{6, 400}));
+                         ::testing::Values(PointCase{1, 0}, PointCase{1, 1}, PointCase{1, 400}, PointCase{4, 1},
+                                           PointCase{6, 400}));
 
-TEST_F(CalTables, BelowTheStartClampsToPointZero) {
-    for (double f : {1e6, 0.0, -5.0}) {
+TEST_F(CalTables, OutsideTheGridClampsToItsEnds) {
+    for (double f : {1e6, -5.0, 3e10}) {
         UseSyntheticCalibration(1);
         EXPECT_EQ(BuildCalTables(kSlot, f), 1);
-        ExpectCurrentIs(Record().calPoints[0]);
-        EXPECT_EQ(Record().current.Freq, 1e7);
-        EXPECT_EQ(Record().tempRows[349].freq, 1e7);
-    }
-}
-
-TEST_F(CalTables, TopOfTheLowGroupIsPoint400) {
-    for (double f : {1e10, 3e10}) {
-        UseSyntheticCalibration(1);
-        EXPECT_EQ(BuildCalTables(kSlot, f), 1);
-        ExpectCurrentIs(Record().calPoints[400]);
-        EXPECT_EQ(Record().current.Freq, 1e10);
+        ExpectCurrentIs(Record().calPoints[f > 1e10 ? 400 : 0]);
+        EXPECT_EQ(Record().tempRows[349].freq, f > 1e10 ? 1e10 : 1e7);
     }
 }
 
@@ -230,22 +193,9 @@ INSTANTIATE_TEST_SUITE_P(
     Intervals, Interval,
     ::testing::Values(
         // The first interval runs from the start frequency to one step: 1.5e7 / 5.625e7 wide.
-        IntervalCase{1, 1.75e7, 0, 0.5}, IntervalCase{1, 1.15e7, 0, 0.1}, IntervalCase{4, 1e7 + 0.5 * 5.625e7, 0, 0.5},
-        IntervalCase{8, 1e7 + 0.2 * 5.625e7, 0, 0.2},
+        IntervalCase{1, 1.15e7, 0, 0.1}, IntervalCase{4, 1e7 + 0.5 * 5.625e7, 0, 0.5},
         // Further up, one step.
-        IntervalCase{1, 3.75e7, 1, 0.5}, IntervalCase{1, 1.00625e9, 40, 0.25},
-        IntervalCase{4, 1.25 * 6.625e7, 1, 0.25}, IntervalCase{1, 9.9875e9, 399, 0.5}));
-
-TEST_F(CalTables, SameFrequencyTwiceBuildsOnce) {
-    UseSyntheticCalibration(1);
-    ASSERT_EQ(BuildCalTables(kSlot, 2e9), 1);
-    const CalTempRow row = Record().tempRows[100];
-    for (CalFreqPoint& point : Record().calPoints)
-        for (CalLevelPoint& level : point.hs) level.z += 1000.0;
-    EXPECT_EQ(BuildCalTables(kSlot, 2e9), 1);
-    EXPECT_EQ(Record().tempRows[100].hs[5].count, row.hs[5].count);
-    EXPECT_EQ(Record().currentCal.hs[5].z, Record().calPoints[80].hs[5].z - 1000.0);
-}
+        IntervalCase{1, 1.00625e9, 40, 0.25}, IntervalCase{1, 9.9875e9, 399, 0.5}));
 
 TEST_F(CalTables, RowsFollowTheFrequencySettingNotTheFrequencyAsked) {
     UseSyntheticCalibration(1);
@@ -325,37 +275,6 @@ TEST_F(CalTables, EachSegmentRunsThroughItsEntryAndTheNext) {
     }
 }
 
-struct FlatCase {
-    const char* name;
-    int level;  // its count is made equal to the next one's
-};
-
-class FlatSegment : public CalTables, public ::testing::WithParamInterface<FlatCase> {};
-
-TEST_P(FlatSegment, EqualCountsGiveItsLevelForEveryCount) {
-    const FlatCase c = GetParam();
-    UseSyntheticCalibration(1);
-    for (CalFreqPoint& point : Record().calPoints) point.hs[c.level + 1] = point.hs[c.level];
-    ASSERT_EQ(BuildCalTables(kSlot, 1e9), 1);
-    for (int row : {0, 349}) {
-        const CalSegment* s = Record().tempRows[row].hs;
-        EXPECT_EQ(s[c.level].slope, 0.0);
-        EXPECT_EQ(s[c.level].intercept, s[c.level].level);
-        EXPECT_TRUE(std::isfinite(s[25].slope) && std::isfinite(s[25].intercept));
-        if (c.level == 23) {
-            EXPECT_EQ(s[25].slope, s[24].slope);  // no ratio to continue
-        }
-        if (c.level == 24) {
-            EXPECT_EQ(s[25].slope, 0.0);
-        }
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(Levels, FlatSegment,
-                         ::testing::Values(FlatCase{"Middle", 10}, FlatCase{"BeforeTheLast", 23},
-                                           FlatCase{"Last", 24}),
-                         [](const ::testing::TestParamInfo<FlatCase>& info) { return std::string(info.param.name); });
-
 // The whole chain against the simulated detector: factory image, decoding, rows.
 // The segment under a count the detector gives for a known power must give that
 // power back, at any row's temperature and between grid frequencies.
@@ -394,9 +313,7 @@ TEST_P(RowsAgainstTheDetector, SegmentsGiveBackThePowerPutIn) {
 
 INSTANTIATE_TEST_SUITE_P(
     Sensors, RowsAgainstTheDetector,
-    ::testing::Values(ChainCase{"QV442A", 1e9}, ChainCase{"QV221A", 1e9}, ChainCase{"QV221A", 1.2345e9},
-                      ChainCase{"QV221A", 9.99e9}, ChainCase{"QV221A", 1.3e7}, ChainCase{"R7703B", 1.7777e10},
-                      ChainCase{"TK8410", 3.3e9}, ChainCase{"TKS6110", 1.2e10}, ChainCase{"VRT2", 5.55e9}));
+    ::testing::Values(ChainCase{"QV442A", 1e9}, ChainCase{"QV221A", 1.2345e9}, ChainCase{"R7703B", 1.7777e10}));
 
 // ---------------------------------------------------------------- temperature row lookup
 
@@ -416,31 +333,18 @@ TEST_P(TemperatureRow, TruncatesThenDividesTowardZero) {
 
 INSTANTIATE_TEST_SUITE_P(
     Temperatures, TemperatureRow,
-    ::testing::Values(RowCase{1, 7342.9, 0}, RowCase{1, 7343.0, 1}, RowCase{1, 7334.0, 0},
+    ::testing::Values(RowCase{1, 7342.9, 0}, RowCase{1, 7343.0, 1},
                       RowCase{1, 7333.0, 0},  // -1 / 9 is 0
-                      RowCase{1, 7325.0, -1}, RowCase{1, 10475.0, 349}, RowCase{1, 10484.0, 350},
-                      RowCase{-1, 7343.0, 1}, RowCase{95, 7343.0, 1}, RowCase{4, 2854.99, 0},
-                      RowCase{4, 2855.0, 1}, RowCase{109, 27215.0, 349}, RowCase{8, 2785.0 + 70 * 350, 350},
-                      RowCase{1, kNaN, (0 - 7334) / 9},
+                      RowCase{1, 7325.0, -1}, RowCase{1, 10484.0, 350}, RowCase{4, 2854.99, 0},
+                      RowCase{4, 2855.0, 1}, RowCase{1, kNaN, (0 - 7334) / 9},
                       RowCase{1, 1e300, (std::numeric_limits<std::int32_t>::max() - 7334) / 9},
                       RowCase{1, -1e300, (std::numeric_limits<std::int32_t>::min() - std::int64_t{7334}) / 9}));
 
-struct ClampRowCase {
-    std::int32_t row;
-    std::int32_t expected;
-};
-
-class TemperatureRowClamp : public ::testing::TestWithParam<ClampRowCase> {};
-
-TEST_P(TemperatureRowClamp, ToTheNearestRow) {
-    EXPECT_EQ(ClampTempRow(GetParam().row), GetParam().expected);
+TEST(TemperatureRowClamp, ToTheNearestRow) {
+    for (auto [row, expected] : {std::pair{std::numeric_limits<std::int32_t>::min(), 0}, {-1, 0}, {349, 349},
+                                 {350, 349}, {std::numeric_limits<std::int32_t>::max(), 349}})
+        EXPECT_EQ(ClampTempRow(row), expected) << row;
 }
-
-INSTANTIATE_TEST_SUITE_P(Rows, TemperatureRowClamp,
-                         ::testing::Values(ClampRowCase{std::numeric_limits<std::int32_t>::min(), 0},
-                                           ClampRowCase{-1, 0}, ClampRowCase{0, 0}, ClampRowCase{200, 200},
-                                           ClampRowCase{349, 349}, ClampRowCase{350, 349},
-                                           ClampRowCase{std::numeric_limits<std::int32_t>::max(), 349}));
 
 // ---------------------------------------------------------------- crossover band
 
@@ -465,15 +369,9 @@ TEST_P(Crossover, BandOfTheModelAndFrequency) {
 
 INSTANTIATE_TEST_SUITE_P(
     Bands, Crossover,
-    ::testing::Values(BandCase{1, 1e7, -30, -20}, BandCase{1, 6.0e9, -30, -20}, BandCase{1, 6.000001e9, -25, -18},
-                      BandCase{1, 8.0e9, -25, -18}, BandCase{1, 8.5e9, -20, -15}, BandCase{1, 9.0e9, -20, -15},
-                      BandCase{1, 9.000001e9, -15, -10}, BandCase{0, 9.5e9, -15, -10},
-                      BandCase{-1, 7e9, -25, -18}, BandCase{95, 1e10, -15, -10}, BandCase{114, 1e9, -30, -20},
-                      BandCase{4, 1e7, -15, -8}, BandCase{5, 9.5e9, -15, -8}, BandCase{6, 2e10, -15, -8},
-                      BandCase{69, 1e9, -15, -8}, BandCase{70, 1e9, -15, -8}, BandCase{79, 1e9, -15, -8},
-                      BandCase{80, 1e9, -15, -8}, BandCase{105, 1e9, -15, -8}, BandCase{109, 1e9, -15, -8},
-                      BandCase{7, 9.5e9, -30, -20}, BandCase{8, 1.9e10, -30, -20},
-                      BandCase{71, 1e9, -30, -20}, BandCase{81, 1e9, -30, -20}, BandCase{110, 1e9, -30, -20},
+    ::testing::Values(BandCase{1, 6.0e9, -30, -20}, BandCase{1, 6.000001e9, -25, -18}, BandCase{1, 8.0e9, -25, -18},
+                      BandCase{1, 8.5e9, -20, -15}, BandCase{1, 9.000001e9, -15, -10}, BandCase{-1, 7e9, -25, -18},
+                      BandCase{4, 1e7, -15, -8}, BandCase{109, 1e9, -15, -8}, BandCase{8, 1.9e10, -30, -20},
                       BandCase{113, 1.5e10, -30, -20}));
 
 }  // namespace

@@ -15,6 +15,7 @@
 #include "platform/platform.h"
 #include "support/process.h"
 #include "support/sim_fixture.h"
+#include "support/slots.h"
 
 using namespace qv;
 using Strings = std::vector<std::string>;
@@ -25,36 +26,24 @@ class Transport : public qv::test::SimBusTest {
 protected:
     void SetUp() override {
         SimBusTest::SetUp();
-        for (int s = 0; s < kSlotCount; ++s) {
-            ResetDeviceRecord(s);
-            Slot(s).ownerPid = 0;
-        }
+        qv::test::ClearSlots();
     }
-    void TearDown() override {
-        for (int s = 0; s < kSlotCount; ++s) {
-            ResetDeviceRecord(s);
-            Slot(s).ownerPid = 0;
-        }
-    }
+    void TearDown() override { qv::test::ClearSlots(); }
 
     // Puts a sensor into a slot as initialisation will, with an open handle
     // when owned by this process.
     static void Claim(int slot, const char* serial, int address, int devId, bool mine) {
-        DeviceRecord& r = Slot(slot);
-        r.inUse = 1;
-        r.ownerPid = mine ? platform::CurrentProcessId() : 0x7ffffff0u;
-        StoreSerial(r.serial, serial);
-        r.address = address;
-        r.devId = devId;
+        DeviceRecord& r = qv::test::Claim(slot, serial, address, devId,
+                                          mine ? platform::CurrentProcessId() : qv::test::kOtherPid);
         r.deviceHandle = mine ? OpenDevice_Idx(devId) : 4242;
     }
 };
 
-TEST_F(Transport, WithoutSensorsNothingIsOpened) {
-    EXPECT_EQ(DeviceCount(), 0);
+TEST_F(Transport, WithoutSensorsNothingIsOpenedAndNoHandleIsClosed) {
     EXPECT_EQ(OpenDevice_SN("ABC123"), -1);
     EXPECT_EQ(OpenDevice_Addr(5), -1);
     EXPECT_EQ(OpenDevice_Idx(1), -1);
+    EXPECT_EQ(CloseDevice(-1), 0);
 }
 
 TEST_F(Transport, OpenBySerialFindsAFreeSensorWithoutRegardToCase) {
@@ -143,81 +132,54 @@ INSTANTIATE_TEST_SUITE_P(
     BufferSizes, SerialString,
     ::testing::Values(SerialStringCase{"ABC123", 7, 1},    // exactly the buffer
                       SerialStringCase{"ABC1234", 7, -3},  // one byte longer
-                      SerialStringCase{"", 7, -2},         // empty
-                      SerialStringCase{"A", 7, 1}, SerialStringCase{"ABC123", 100, 1}));
+                      SerialStringCase{"", 7, -2}));
 
-TEST_F(Transport, StringReadsWithoutAHandleOrWithAFailingDriver) {
-    const int id = AddSensor("ABC123", 1);
+TEST_F(Transport, StringReadsWithoutAHandleWithAFailingDriverOrTooSmallABuffer) {
+    const int id = AddSensor("ABC123", 1, "QV442A");
     char buffer[32] = {};
     EXPECT_EQ(ReadSerialNumberString(-1, buffer, sizeof buffer), -5);
-    EXPECT_EQ(ReadSerialNumberString(-2, buffer, sizeof buffer), -5);
-    EXPECT_EQ(ReadProductString(-1, buffer, sizeof buffer), -5);
+    EXPECT_EQ(ReadProductString(-2, buffer, sizeof buffer), -5);
     const std::int64_t h = OpenDevice_Idx(1);
     AddFault(id, QVSIM_FAULT_THROWS, QVSIM_FN_GET_STRING);
     EXPECT_EQ(ReadSerialNumberString(h, buffer, sizeof buffer), -5);
     EXPECT_EQ(ReadProductString(h, buffer, sizeof buffer), -5);
     qvsim_clear_faults(id);
-    EXPECT_GT(ReadProductString(h, buffer, sizeof buffer), 0);
-    EXPECT_STREQ(buffer, "QV442A");
-    CloseDevice(h);
-}
-
-TEST_F(Transport, ProductStringMustBeShorterThanTheBuffer) {
-    AddSensor("ABC123", 1, "QV442A");
-    const std::int64_t h = OpenDevice_Idx(1);
-    char buffer[16] = {};
     EXPECT_EQ(ReadProductString(h, buffer, 7), -3);  // 7 with its terminator
     EXPECT_GT(ReadProductString(h, buffer, 8), 0);
     EXPECT_STREQ(buffer, "QV442A");
     CloseDevice(h);
 }
 
-TEST_F(Transport, MemoryWriteAndReadBack) {
+struct MemoryWriteCase {
+    int refusedEcho;  // 0: none
+    std::int32_t address, expected;
+    Strings requests;
+};
+
+class MemoryWrite : public Transport, public ::testing::WithParamInterface<MemoryWriteCase> {};
+
+TEST_P(MemoryWrite, HasItsHandshakeAndACodeForEachMissingEcho) {
+    const MemoryWriteCase& c = GetParam();
     const int id = AddSensor("ABC123", 1);
     const std::int64_t h = OpenDevice_Idx(1);
-    const std::uint8_t data[4] = {0xDE, 0xAD, 0xBE, 0xEF};
+    if (c.refusedEcho != 0) AddFault(id, QVSIM_FAULT_NO_ECHO, c.refusedEcho);
     qvsim_transcript_clear(id);
-    EXPECT_EQ(SensorMemoryWrite(h, 2, 33, data, 4, -2, -3), 1);
-    EXPECT_EQ(Requests(id), (Strings {"OUT 225", "IN 252", "OUT 228", "IN 253"}));
-    std::uint8_t back[4] = {};
-    EXPECT_EQ(SensorMemoryRead(h, 2, 33, back, 4), 1);
-    EXPECT_EQ(std::memcmp(back, data, 4), 0);
-    std::uint8_t stored[4] = {};
-    qvsim_memory_read(id, 2, 33, stored, 4);
-    EXPECT_EQ(std::memcmp(stored, data, 4), 0);
+    EXPECT_EQ(WriteSensorAddress(h, c.address), c.expected);
+    EXPECT_EQ(Requests(id), c.requests);
+    EXPECT_EQ(qvsim_get_address(id), c.expected == 1 || c.expected == -5 ? c.address : 1);
+    std::int32_t back = 0;
+    EXPECT_EQ(ReadSensorAddress(h, &back), 1);
+    EXPECT_EQ(back, qvsim_get_address(id));
     CloseDevice(h);
 }
 
-TEST_F(Transport, MemoryWriteRefusedAtBeginSendsNoData) {
-    const int id = AddSensor("ABC123", 1);
-    const std::int64_t h = OpenDevice_Idx(1);
-    AddFault(id, QVSIM_FAULT_NO_ECHO, kReqBeginWrite);
-    qvsim_transcript_clear(id);
-    EXPECT_EQ(WriteSensorAddress(h, 9), -4);
-    EXPECT_EQ(Requests(id), (Strings {"OUT 225", "IN 252"}));
-    EXPECT_EQ(qvsim_get_address(id), 1);
-    CloseDevice(h);
-}
+const Strings kWholeWrite = {"OUT 225", "IN 252", "OUT 228", "IN 253"};
 
-TEST_F(Transport, MemoryWriteNotEndedGivesItsOwnCode) {
-    const int id = AddSensor("ABC123", 1);
-    const std::int64_t h = OpenDevice_Idx(1);
-    AddFault(id, QVSIM_FAULT_NO_ECHO, kReqEndWrite);
-    EXPECT_EQ(WriteSensorAddress(h, 9), -5);
-    CloseDevice(h);
-}
-
-TEST_F(Transport, AddressWriteChecksItsRangeBeforeTalking) {
-    const int id = AddSensor("ABC123", 1);
-    const std::int64_t h = OpenDevice_Idx(1);
-    qvsim_transcript_clear(id);
-    EXPECT_EQ(WriteSensorAddress(h, 0), -1);
-    EXPECT_EQ(WriteSensorAddress(h, 256), -1);
-    EXPECT_TRUE(Requests(id).empty());
-    EXPECT_EQ(WriteSensorAddress(h, 255), 1);
-    EXPECT_EQ(qvsim_get_address(id), 255);
-    CloseDevice(h);
-}
+INSTANTIATE_TEST_SUITE_P(
+    Echoes, MemoryWrite,
+    ::testing::Values(MemoryWriteCase{0, 255, 1, kWholeWrite}, MemoryWriteCase{0, 0, -1, {}},
+                      MemoryWriteCase{0, 256, -1, {}}, MemoryWriteCase{kReqBeginWrite, 9, -4, {"OUT 225", "IN 252"}},
+                      MemoryWriteCase{kReqEndWrite, 9, -5, kWholeWrite}));
 
 TEST_F(Transport, RequestFailuresComeBackAsTheDriversResultOrMinusTwo) {
     const int id = AddSensor("ABC123", 1);
@@ -245,11 +207,6 @@ TEST_F(Transport, CommandRequestWantsTheEcho) {
     EXPECT_FALSE(CommandRequest(h, kReqRecorderOff));
     EXPECT_TRUE(CommandRequest(h, kReqRecorderOff));
     CloseDevice(h);
-}
-
-TEST_F(Transport, ClosingNoHandleDoesNothing) {
-    EXPECT_EQ(CloseDevice(-1), 0);
-    EXPECT_EQ(CloseDevice(-2), 0);
 }
 
 TEST_F(Transport, OpenFailuresAndUnpluggedSensors) {

@@ -8,24 +8,17 @@
 
 #include "sim/qvsim.h"
 #include "support/peer_process.h"
+#include "support/sim_fixture.h"
 
 using qv::test::PeerProcess;
 
 namespace {
 
-class LibraryProcesses : public ::testing::Test {
+class LibraryProcesses : public qv::test::SimBusTest {
 protected:
     void SetUp() override {
-        ASSERT_EQ(qvsim_bus_create(nullptr), QVSIM_OK);
-        for (const char* serial : {"AAA111", "BBB222"}) {
-            qvsim_sensor_config config;
-            qvsim_sensor_config_init(&config);
-            config.serial = serial;
-            config.product = "QV442A";
-            const int id = qvsim_sensor_add(&config);
-            ASSERT_GE(id, 0);
-            ids_.push_back(id);
-        }
+        SimBusTest::SetUp();
+        for (const char* serial : {"AAA111", "BBB222"}) ids_.push_back(AddSensor(serial, -1));
     }
 
     // attachCount as a process that keeps the library loaded sees it.
@@ -35,11 +28,7 @@ protected:
         return at == std::string::npos ? -1 : std::stoi(state.substr(at + 7));
     }
 
-    int OpenHandles(int sensor) const {
-        qvsim_sensor_info info {};
-        EXPECT_EQ(qvsim_sensor_info_get(ids_[static_cast<std::size_t>(sensor)], &info), QVSIM_OK);
-        return info.open_handles;
-    }
+    int OpenHandles(int sensor) const { return Info(ids_[static_cast<std::size_t>(sensor)]).open_handles; }
 
     std::vector<int> ids_;
 };

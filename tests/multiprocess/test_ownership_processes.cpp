@@ -8,22 +8,17 @@
 
 #include "sim/qvsim.h"
 #include "support/peer_process.h"
+#include "support/sim_fixture.h"
 
 using qv::test::PeerProcess;
 
 namespace {
 
-class OwnershipProcesses : public ::testing::Test {
+class OwnershipProcesses : public qv::test::SimBusTest {
 protected:
     void SetUp() override {
-        ASSERT_EQ(qvsim_bus_create(nullptr), QVSIM_OK);
-        for (const char* serial : {"AAA111", "BBB222", "CCC333"}) {
-            qvsim_sensor_config config;
-            qvsim_sensor_config_init(&config);
-            config.serial = serial;
-            config.product = "QV442A";
-            ASSERT_GE(qvsim_sensor_add(&config), 0);
-        }
+        SimBusTest::SetUp();
+        for (const char* serial : {"AAA111", "BBB222", "CCC333"}) AddSensor(serial, -1);
     }
 
     static std::vector<std::string> Words(const std::string& line) {

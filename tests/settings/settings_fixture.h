@@ -12,6 +12,7 @@
 #include "platform/platform.h"
 #include "qv_api2.h"
 #include "support/sim_fixture.h"
+#include "support/slots.h"
 
 namespace qv::test {
 
@@ -37,12 +38,6 @@ protected:
             if (Slot(s).inUse == 1 && Slot(s).ownerPid == platform::CurrentProcessId())
                 QV_UninitializeSensor_SN(Slot(s).serial);
         ClearSlots();
-    }
-    static void ClearSlots() {
-        for (int s = 0; s < kSlotCount; ++s) {
-            ResetDeviceRecord(s);
-            Slot(s).ownerPid = 0;
-        }
     }
     void ClearTranscripts() {
         qvsim_transcript_clear(free_);

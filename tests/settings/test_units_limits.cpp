@@ -30,37 +30,6 @@ protected:
     static InstrumentState& S() { return Slot(0).current; }
 };
 
-// ---------------------------------------------------------------- record layout
-
-// Applications pass the record whole: every field stays where natural
-// alignment puts it.
-TEST(InstrumentStateLayout, EveryFieldAtItsOffset) {
-#define QV_AT(field, offset) std::pair<std::size_t, std::size_t>{offsetof(InstrumentState, field), offset}
-    const std::pair<std::size_t, std::size_t> fields[] = {
-        QV_AT(MeasMode, 0), QV_AT(Freq, 8), QV_AT(CWRef, 16), QV_AT(PlsRefPulse, 24),
-        QV_AT(PlsRefPeak, 32), QV_AT(PlsRefAvg, 40), QV_AT(PlsRefDC, 48),
-        QV_AT(PulseCriteria_DB, 56), QV_AT(Offset_DB, 64), QV_AT(DutyeCycle, 72),
-        QV_AT(RecorderOut_OV_Level, 80), QV_AT(RecorderOut_1V_Level, 88),
-        QV_AT(SingleSidedLimit, 96), QV_AT(DoubleSidedLowerLimit, 104),
-        QV_AT(DoubleSidedUpperLimit, 112), QV_AT(Averages, 120), QV_AT(TriggerDelay_mSec, 124),
-        QV_AT(PowerUnits, 128), QV_AT(CWRefUnits, 132), QV_AT(PulseRefUnits, 136),
-        QV_AT(SingleSideLimitUnits, 140), QV_AT(DoubleSideLimitUnits, 144),
-        QV_AT(RecorderOutUnits, 148), QV_AT(AntiAliasingEnabled, 152), QV_AT(OffsetEnabled, 156),
-        QV_AT(ResponseEnabled, 160), QV_AT(DutyCycleEnabled, 164),
-        QV_AT(AutoPulseCriteriaEnabled, 168), QV_AT(TTL_TriggerInEnabled, 172),
-        QV_AT(TTL_TriggerInIvertedEnabled, 176), QV_AT(TTL_TriggerOutEnabled, 180),
-        QV_AT(TTL_TriggerOutInvertEnabled, 184), QV_AT(RecorderOutEnabled, 188),
-        QV_AT(LimitsEnabled, 192), QV_AT(ExtendedAveragingEnabled, 196), QV_AT(MaxHoldEnabled, 200),
-        QV_AT(ExtendedAveragingCount, 204), QV_AT(ExtendedAveragingProgress, 208),
-        QV_AT(MaxHoldRestart, 216), QV_AT(MaxHoldValues, 224), QV_AT(Enabled75Ohms, 264),
-        QV_AT(SingleSidedLimitsRule, 268), QV_AT(DoubleSidedLimitsRule, 272),
-        QV_AT(NumberOfResponsePoints, 276), QV_AT(Response, 280)};
-#undef QV_AT
-    for (const auto& [actual, expected] : fields) EXPECT_EQ(actual, expected);
-    EXPECT_EQ(sizeof(InstrumentState), 3496u);
-    EXPECT_EQ(sizeof(QV_ResponsePoint), 16u);
-}
-
 // ---------------------------------------------------------------- units
 
 struct Conversion {
@@ -80,9 +49,7 @@ INSTANTIATE_TEST_SUITE_P(Codes, Units,
                          ::testing::Values(Conversion{0, -12.5, -12.5}, Conversion{1, 0, -30},
                                            Conversion{2, 10, -50}, Conversion{3, 0, 106.9897},
                                            Conversion{4, -46.9897, 0}, Conversion{5, 13.0103, 0},
-                                           Conversion{6, 30, 1.0}, Conversion{6, -30, 1e-6},
-                                           Conversion{7, 10 * std::log10(0.02 / 0.001), 1.0},
-                                           Conversion{7, 0, std::sqrt(0.05)}));
+                                           Conversion{6, -30, 1e-6}, Conversion{7, 0, std::sqrt(0.05)}));
 
 TEST(UnitsOutsideTheTable, ConvertToTheNoConversionValue) {
     for (std::int32_t unit : {8, 9, -1}) {
@@ -114,14 +81,8 @@ TEST_P(FrequencyCheck, TenMegahertzToTheModelsLimitInclusive) {
 
 INSTANTIATE_TEST_SUITE_P(
     Models, FrequencyCheck,
-    ::testing::Values(ModelLimit{4, 1.25e10}, ModelLimit{105, 1.25e10}, ModelLimit{106, 1.25e10},
-                      ModelLimit{5, 1.8e10}, ModelLimit{69, 1.8e10}, ModelLimit{79, 1.8e10},
-                      ModelLimit{107, 1.8e10}, ModelLimit{108, 1.8e10}, ModelLimit{6, 2.65e10},
-                      ModelLimit{70, 2.65e10}, ModelLimit{80, 2.65e10}, ModelLimit{109, 2.65e10},
-                      ModelLimit{7, 2e10}, ModelLimit{8, 2e10}, ModelLimit{71, 2e10},
-                      ModelLimit{81, 2e10}, ModelLimit{110, 2e10}, ModelLimit{111, 2e10},
-                      ModelLimit{112, 2e10}, ModelLimit{113, 2e10}, ModelLimit{1, 1e10},
-                      ModelLimit{104, 1e10}, ModelLimit{114, 1e10}, ModelLimit{-1, 1e10}));
+    ::testing::Values(ModelLimit{4, 1.25e10}, ModelLimit{69, 1.8e10}, ModelLimit{6, 2.65e10}, ModelLimit{8, 2e10},
+                      ModelLimit{113, 2e10}, ModelLimit{1, 1e10}, ModelLimit{-1, 1e10}));
 
 // ---------------------------------------------------------------- limits
 
@@ -156,15 +117,13 @@ INSTANTIATE_TEST_SUITE_P(
         LimitCase{false, 1, -10, 0}, LimitCase{false, 1, kJustAbove10, 2},
         LimitCase{false, 2, -10, 1}, LimitCase{false, 2, kJustAbove10, 0},
         LimitCase{false, 3, -10, 0}, LimitCase{false, 3, kJustBelow10, 1},
-        LimitCase{false, 4, -10, 5}, LimitCase{false, -1, -10, 5},
+        LimitCase{false, 4, -10, 5},
         LimitCase{true, 0, -20, 1}, LimitCase{true, 0, kJustAbove20, 0},
         LimitCase{true, 0, -10, 2}, LimitCase{true, 0, kJustBelow10, 0},
         LimitCase{true, 1, -20, 0}, LimitCase{true, 1, kJustBelow20, 1},
         LimitCase{true, 1, -10, 0}, LimitCase{true, 1, kJustAbove10, 2},
-        LimitCase{true, 2, -20, 3}, LimitCase{true, 2, -10, 3}, LimitCase{true, 2, -25, 0},
-        LimitCase{true, 2, kJustAbove10, 0}, LimitCase{true, 3, -20, 0}, LimitCase{true, 3, -10, 0},
-        LimitCase{true, 3, kJustAbove20, 4}, LimitCase{true, 3, kJustBelow10, 4},
-        LimitCase{true, 4, -15, 5}));
+        LimitCase{true, 2, -20, 3}, LimitCase{true, 2, kJustAbove10, 0}, LimitCase{true, 3, -20, 0},
+        LimitCase{true, 3, kJustAbove20, 4}, LimitCase{true, 4, -15, 5}));
 
 TEST_F(SlotRecord, LowerLimitIsTestedFirstWhenTheLimitsMeet) {
     S().DoubleSidedLowerLimit = S().DoubleSidedUpperLimit = -10;

@@ -15,6 +15,7 @@
 #include "platform/platform.h"
 #include "settings/instrument_state.h"
 #include "states/state_file.h"
+#include "support/slots.h"
 
 // The persisted fields other than the response table, by type.
 #define QV_PERSISTED_INTEGERS(X)                                                            \
@@ -94,14 +95,12 @@ class StateTest : public ::testing::Test {
 protected:
     static constexpr int kAddress = 17;
     static constexpr int kModel = 8;  // "QV442A_", up to 20 GHz
-    static constexpr std::uint32_t kOtherPid = 0x7ffffff0u;
 
     void SetUp() override {
         ASSERT_FALSE(platform::GetEnv(platform::kEnvDataDir).empty()) << "run under qv_test_env";
         std::filesystem::remove_all(platform::DataDirectory());
+        ClearSlots();
         for (int s = 0; s < kSlotCount; ++s) {
-            ResetDeviceRecord(s);
-            Slot(s).ownerPid = 0;
             Slot(s).identity.ModelIndex = kUnknownModelIndex;
             Slot(s).identity.address = -1;
             // Registers 10 to 19 as a fresh table has them.
@@ -110,22 +109,12 @@ protected:
         }
         Take(0, kAddress, kModel);
     }
-    void TearDown() override {
-        for (int s = 0; s < kSlotCount; ++s) {
-            ResetDeviceRecord(s);
-            Slot(s).ownerPid = 0;
-        }
-    }
+    void TearDown() override { ClearSlots(); }
 
     // Slot `slot` in use by `owner` for a sensor at `address` of model `model`.
     static DeviceRecord& Take(int slot, int address, int model,
                               std::uint32_t owner = platform::CurrentProcessId()) {
-        DeviceRecord& r = Slot(slot);
-        r.inUse = 1;
-        r.ownerPid = owner;
-        StoreSerial(r.serial, ("SER" + std::to_string(100 + slot)).c_str());
-        r.address = address;
-        r.devId = slot + 1;
+        DeviceRecord& r = Claim(slot, ("SER" + std::to_string(100 + slot)).c_str(), address, slot + 1, owner);
         r.identity.ModelIndex = model;
         r.identity.address = address;
         return r;

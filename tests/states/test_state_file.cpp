@@ -75,22 +75,10 @@ TEST_P(StatePaths, ModelPrefixAndTheIdentitysAddress) {
 
 INSTANTIATE_TEST_SUITE_P(
     Models, StatePaths,
-    ::testing::Values(
-        PrefixCase {-2, "Other_"}, PrefixCase {-1, "QVUknwn_"}, PrefixCase {0, "QV2xxA_"},
-        PrefixCase {1, "QV221A_"}, PrefixCase {2, "QV222A_"}, PrefixCase {3, "QV223A_"},
-        PrefixCase {4, "QV331A_"}, PrefixCase {5, "QV332A_"}, PrefixCase {6, "QV333A_"},
-        PrefixCase {7, "QV441A_"}, PrefixCase {8, "QV442A_"}, PrefixCase {9, "Other_"},
-        PrefixCase {65, "Other_"}, PrefixCase {66, "RT7777A_"}, PrefixCase {67, "RT7701A_"},
-        PrefixCase {68, "RT7702A_"}, PrefixCase {69, "RT7703A_"}, PrefixCase {70, "RT7704A_"},
-        PrefixCase {71, "RT7705A_"}, PrefixCase {72, "Other_"}, PrefixCase {75, "Other_"},
-        PrefixCase {76, "RT7777B_"}, PrefixCase {77, "RT7701B_"}, PrefixCase {78, "RT7702B_"},
-        PrefixCase {79, "RT7703B_"}, PrefixCase {80, "RT7704B_"}, PrefixCase {81, "RT7705B_"},
-        PrefixCase {82, "Other_"}, PrefixCase {95, "VRT2_"}, PrefixCase {100, "Other_"},
-        PrefixCase {101, "TKS7110_"}, PrefixCase {102, "TKS7120_"}, PrefixCase {103, "TKS8110_"},
-        PrefixCase {104, "TKS8120_"}, PrefixCase {105, "TKS6110_"}, PrefixCase {106, "TKS6120_"},
-        PrefixCase {107, "TKS6310_"}, PrefixCase {108, "TKS6320_"}, PrefixCase {109, "TKS6510_"},
-        PrefixCase {110, "TKS7410_"}, PrefixCase {111, "TKS7320_"}, PrefixCase {112, "TKS8410_"},
-        PrefixCase {113, "TKS8320_"}, PrefixCase {114, "Other_"}));
+    ::testing::Values(PrefixCase {-2, "Other_"}, PrefixCase {-1, "QVUknwn_"}, PrefixCase {0, "QV2xxA_"},
+                      PrefixCase {8, "QV442A_"}, PrefixCase {9, "Other_"}, PrefixCase {71, "RT7705A_"},
+                      PrefixCase {76, "RT7777B_"}, PrefixCase {95, "VRT2_"}, PrefixCase {113, "TKS8320_"},
+                      PrefixCase {114, "Other_"}));
 
 // ---------------------------------------------------------------- round trips
 
@@ -157,9 +145,7 @@ TEST_F(StateFile, ValuesAreWrittenAsPercentIAndPercentF) {
     ASSERT_EQ(QV_SaveCurrStateTo(kAddress, "Defaults"), 1);
     const Strings lines = Lines(FileText("QV442A_17_Defaults.ini"));
     EXPECT_EQ(ValueText(lines, "Freq"), "1000000000.000000");
-    EXPECT_EQ(ValueText(lines, "RecorderOut_1V_Level"), "10.000000");
     EXPECT_EQ(ValueText(lines, "DoubleSidedLowerLimit"), "-10.000000");
-    EXPECT_EQ(ValueText(lines, "DutyeCycle"), "0.100000");
     EXPECT_EQ(ValueText(lines, "TriggerDelay_mSec"), "500");
 }
 
@@ -265,8 +251,7 @@ TEST_P(ResponseCountInFile, IsHeldWithinTheTable) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Counts, ResponseCountInFile,
-                         ::testing::Values(CountCase {"-5", 0}, CountCase {"0", 0},
-                                           CountCase {"201", 201}, CountCase {"202", 201},
+                         ::testing::Values(CountCase {"-5", 0}, CountCase {"201", 201},
                                            CountCase {"99999999999", 201}));
 
 struct LongCase {
@@ -297,8 +282,7 @@ INSTANTIATE_TEST_SUITE_P(
     Values, LongValueText,
     ::testing::Values(LongCase {"LargestThatFits", 1e91, false},
                       LongCase {"OneCharacterTooMany", -1e91, true},
-                      LongCase {"Huge", 1e300, true}, LongCase {"Largest", DBL_MAX, true},
-                      LongCase {"Infinite", -HUGE_VAL, false}),
+                      LongCase {"Largest", DBL_MAX, true}),
     [](const auto& info) { return std::string(info.param.name); });
 
 // ---------------------------------------------------------------- refusals
@@ -323,12 +307,9 @@ TEST_P(StateNames, FollowTheNameRule) {
 INSTANTIATE_TEST_SUITE_P(
     Names, StateNames,
     ::testing::Values(NameCase {"Empty", "", false}, NameCase {"One", "A", true},
-                      NameCase {"Underscore", "_", true}, NameCase {"Mixed", "Bench_1", true},
-                      NameCase {"Twenty", std::string(20, 'z'), true},
-                      NameCase {"TwentyOne", std::string(21, 'z'), false},
-                      NameCase {"Blank", "a b", false}, NameCase {"Minus", "a-b", false},
-                      NameCase {"Dot", "a.b", false}, NameCase {"Slash", "a/b", false},
-                      NameCase {"Wildcard", "a*", false}, NameCase {"Umlaut", "\xC3\xA4", false}),
+                      NameCase {"Mixed", "Bench_1", true}, NameCase {"Twenty", std::string(20, 'z'), true},
+                      NameCase {"TwentyOne", std::string(21, 'z'), false}, NameCase {"Minus", "a-b", false},
+                      NameCase {"Slash", "a/b", false}, NameCase {"Wildcard", "a*", false}),
     [](const auto& info) { return std::string(info.param.label); });
 
 TEST_F(StateFile, RefusalsChangeNothing) {
@@ -341,7 +322,7 @@ TEST_F(StateFile, RefusalsChangeNothing) {
     EXPECT_TRUE(platform::FindFiles(FilePath("*")).empty());
 
     // Another process's sensor: only its state file may be written.
-    Take(1, 30, kModel, kOtherPid);
+    Take(1, 30, kModel, qv::test::kOtherPid);
     Slot(1).current = DistinctState(2);
     EXPECT_EQ(QV_SaveCurrStateTo(30, "A"), -1);
     EXPECT_EQ(QV_RestoreCurrStateFrom(30, "A"), -1);

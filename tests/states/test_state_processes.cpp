@@ -9,6 +9,7 @@
 
 #include "sim/qvsim.h"
 #include "support/peer_process.h"
+#include "support/sim_fixture.h"
 
 using qv::test::PeerProcess;
 
@@ -17,16 +18,11 @@ namespace {
 constexpr int kFixedKeys = 37;
 constexpr int kAllPoints = 201;  // response points the peer saves
 
-class StateProcesses : public ::testing::Test {
+class StateProcesses : public qv::test::SimBusTest {
 protected:
     void SetUp() override {
-        ASSERT_EQ(qvsim_bus_create(nullptr), QVSIM_OK);
-        qvsim_sensor_config config;
-        qvsim_sensor_config_init(&config);
-        config.serial = "AAA111";
-        config.address = 5;
-        config.product = "QV442A";
-        ASSERT_GE(qvsim_sensor_add(&config), 0);
+        SimBusTest::SetUp();
+        AddSensor("AAA111", 5);
     }
 
     static std::string StateFileText() {
