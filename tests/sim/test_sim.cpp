@@ -244,7 +244,8 @@ TEST_F(SimBus, StopSequenceEndsMeasurementAndSweepAndLedTogglesAreCounted) {
     EXPECT_EQ(State(id).led_toggles, 8u);
     ASSERT_EQ(Out(winusb, 212, {3, 0x12, 0x34}), 3);
     EXPECT_EQ(State(id).thresholds[3], 0x1234);
-    EXPECT_EQ(In(winusb, 178, 5).bytes, (Bytes{178, 0, 0, 0, 0}));
+    // The short form leaves the sweep set up: its first packet stays armed.
+    EXPECT_EQ(In(winusb, 178, 5).bytes, (Bytes{178, 1, 0, 1, 0}));
 }
 
 // ---------------------------------------------------------------- SensorMemory and working memory
