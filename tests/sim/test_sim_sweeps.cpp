@@ -1,58 +1,22 @@
 // What the library relies on when it takes a trace: 177 sets a sweep up, each packet
 // is read after 242 / 216 / 217 / 178 the way the library reads it, and pipe 0x82
 // brings P packets of B bytes whose samples interleave into the input waveform.
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <chrono>
-#include <cmath>
-#include <filesystem>
-#include <string>
-#include <vector>
 
-#include "qvsim.h"
-#include "qvsim_driver.h"
-#include "support/process.h"
+#include "sim/sim_sensor.h"
 
 namespace {
 
-constexpr QvGuid kSensorClass = {0x8BC86AFDu, 0xF393u, 0x458Du, {0x9A, 0x8D, 0xAD, 0x9E, 0xEE, 0x17, 0x88, 0x22}};
+using qv::test::Bytes;
+using qv::test::Sample;
+using qv::test::Word;
 constexpr int kFree = 0x68, kLevel = 0x29, kLine = 0x28, kHighSense = 0x02, kFalling = 0x04;
+constexpr int kLs = QVSIM_PATH_LS, kHs = QVSIM_PATH_HS;
 
-using Bytes = std::vector<uint8_t>;
-
-int Word(const Bytes& b, size_t at) { return b[at] | b[at + 1] << 8; }
-
-// Sample k of one path (0 ls, 1 hs) of the packet starting at `at`.
-int Sample(const Bytes& b, size_t at, size_t k, int path) { return Word(b, at + 4 + 4 * k + 2 * path); }
-
-class SimSweeps : public ::testing::Test {
+class SimSweeps : public qv::test::SimSensor {
 protected:
-    void SetUp() override {
-        directory_ = qv::test::MakeTemporaryDirectory("qvsim_sweeps_");
-        qv::test::SetEnv(QVSIM_BUS_ENV, directory_ + "/bus");
-        ASSERT_EQ(qvsim_bus_create(nullptr), QVSIM_OK);
-        qvsim_sensor_config config;
-        qvsim_sensor_config_init(&config);
-        config.serial = "654321", config.product = "QV442A";
-        ASSERT_GE(id_ = qvsim_sensor_add(&config), 0);
-        winusb_ = QV_USBDRVD_OpenWinUSBHandle(QV_USBDRVD_OpenDevHandle(0, 0, &kSensorClass));
-    }
-
-    void TearDown() override {
-        qvsim_bus_close();
-        std::filesystem::remove_all(directory_);
-    }
-
-    int Out(int request, Bytes data) {
-        return QV_USBDRVD_VendorOrClassRequestOut(winusb_, 0x40, 0, request, 0, 0, data.data(), uint32_t(data.size()));
-    }
-
-    Bytes In(int request, int length) {
-        Bytes reply(static_cast<size_t>(length));
-        EXPECT_EQ(QV_USBDRVD_VendorOrClassRequestIn(winusb_, 0xC0, 0, request, 0, 0, reply.data(), length), length);
-        return reply;
-    }
+    SimSweeps() : SimSensor("654321", "QV442A") {}
 
     // 177 for packets of `bytes` bytes: mode and the command value (B - 8) / 2, high first.
     int Command(int mode, uint32_t bytes) {
@@ -71,23 +35,13 @@ protected:
             Out(217, {uint8_t(p * (96 / packets) + 2)});
             In(178, 5);
             for (uint32_t done = 0; done < bytes;) {
-                const uint32_t piece = std::min<uint32_t>(bytes - done, 65536);
-                Bytes part(piece);
-                uint32_t moved = 0;
-                QV_USBDRVD_PipeReadTimeout(winusb_, 0x82, part.data(), piece, &moved, timeoutMs);
-                all.insert(all.end(), part.begin(), part.begin() + moved);
-                if (moved != piece) return all;
-                done += piece;
+                const Bytes part = Read(std::min<uint32_t>(bytes - done, 65536), timeoutMs);
+                all.insert(all.end(), part.begin(), part.end());
+                if (part.size() != std::min<uint32_t>(bytes - done, 65536)) return all;
+                done += uint32_t(part.size());
             }
         }
         return all;
-    }
-
-    template <typename Edit>
-    void ChangeSignal(Edit edit) {
-        qvsim_signal signal{};
-        qvsim_signal_get(id_, &signal), edit(signal);
-        ASSERT_EQ(qvsim_signal_set(id_, &signal), QVSIM_OK);
     }
 
     // A pulse train with square edges that never fall on a sample: on for 10.01 of every 100 us.
@@ -96,29 +50,6 @@ protected:
             s.kind = QVSIM_SIGNAL_PULSE, s.period_us = 100.0, s.width_us = 10.01, s.on_dbm = onDbm, s.off_dbm = offDbm;
         });
     }
-
-    // The detector of path 0 (ls) or 1 (hs), both ways, as the ADC holds its counts.
-    int Count(int path, double dbm) {
-        double count = 0.0;
-        const int which = path == 0 ? QVSIM_PATH_LS : QVSIM_PATH_HS;
-        qvsim_detector_count(id_, which, dbm, 1e9, qvsim_get_temperature(id_), &count);
-        return int(std::lround(std::fmin(std::fmax(count, 0.0), 65535.0)));
-    }
-    double Power(int path, int count) {
-        double dbm = 0.0;
-        const int which = path == 0 ? QVSIM_PATH_LS : QVSIM_PATH_HS;
-        qvsim_detector_power(id_, which, count, 1e9, qvsim_get_temperature(id_), &dbm);
-        return dbm;
-    }
-
-    qvsim_sensor_state State() {
-        qvsim_sensor_state state{};
-        return qvsim_sensor_state_get(id_, &state), state;
-    }
-
-    std::string directory_;
-    int id_ = -1;
-    QvDrvHandle winusb_ = 0;
 };
 
 struct Row { int packets; uint32_t bytes; };
@@ -134,7 +65,7 @@ TEST_P(SweepRow, PacketsInterleaveIntoTheWaveform) {
     const Bytes all = ReadPackets(packets, bytes);
     ASSERT_EQ(all.size(), size_t(packets) * bytes);
     const int temperature = qvsim_get_temperature(id_);
-    const int on[2] = {Count(0, 0.0), Count(1, 0.0)}, off[2] = {Count(0, -20.0), Count(1, -20.0)};
+    const int on[2] = {Count(0, 0.0), Count(1, 0.0)}, off[2] = {Count(0, -20.0), Count(1, -20.0)};  // by path
     int wrong = 0;
     for (int p = 0; p < packets; ++p) {
         const size_t at = size_t(p) * bytes;
@@ -168,7 +99,7 @@ TEST_F(SimSweeps, BurstShapeComesThroughTheInterleave) {
     ASSERT_EQ(all.size(), 96u * 512u);
     std::vector<double> watts(96 * 126);  // the record, point j at j / 48 us
     for (size_t j = 0; j < watts.size(); ++j)
-        watts[j] = std::pow(10.0, Power(0, Sample(all, j % 96 * 512, j / 96, 0)) / 10.0);
+        watts[j] = std::pow(10.0, Power(kLs, Sample(all, j % 96 * 512, long(j / 96), kLs)) / 10.0);
     const auto crossing = [&](double from, double level, bool up) {
         for (size_t j = size_t(from * 48); j + 1 < watts.size(); ++j)
             if ((watts[j + 1] >= level) == up && (watts[j] >= level) != up) return double(j + 1) / 48.0;
@@ -186,7 +117,6 @@ TEST_F(SimSweeps, BurstShapeComesThroughTheInterleave) {
 }
 
 TEST_F(SimSweeps, CommandAndStatus) {
-    EXPECT_EQ(In(178, 5), (Bytes{178, 0, 0, 0, 0}));  // nothing set up
     EXPECT_EQ(Out(177, {0x68, 0, 0, 0}), -1);          // no samples
     ASSERT_EQ(Command(kLevel, 1024), 4);
     EXPECT_EQ(Out(216, {0x11, 0x00}) + Out(217, {50}), 3);
@@ -198,7 +128,7 @@ TEST_F(SimSweeps, CommandAndStatus) {
     EXPECT_EQ(State().sweep_configured, 0);
 }
 
-struct LevelCase { const char* name; int mode, path; double on, off, level; bool fires; };  // path 0 ls, 1 hs
+struct LevelCase { const char* name; int mode, path; double on, off, level; bool fires; };
 class LevelTrigger : public SimSweeps, public ::testing::WithParamInterface<LevelCase> {};
 
 // The sweep starts where the ramp crosses the threshold's power on the chosen edge:
@@ -211,8 +141,8 @@ TEST_P(LevelTrigger, FiresWhereTheWaveformCrossesOnItsEdge) {
     });
     const int threshold = Count(c.path, c.level);
     // Both thresholds set, the other far off, so only the selected one can fire.
-    ASSERT_EQ(Out(212, {uint8_t(c.path == 1 ? 2 : 3), uint8_t(threshold >> 8), uint8_t(threshold)}), 3);
-    ASSERT_EQ(Out(212, {uint8_t(c.path == 1 ? 3 : 2), 0, 0}), 3);
+    ASSERT_EQ(Out(212, {uint8_t(c.path == kHs ? 2 : 3), uint8_t(threshold >> 8), uint8_t(threshold)}), 3);
+    ASSERT_EQ(Out(212, {uint8_t(c.path == kHs ? 3 : 2), 0, 0}), 3);
     ASSERT_EQ(Command(c.mode, 1024), 4);
     const Bytes packet = ReadPackets(1, 1024);
     if (!c.fires) {
@@ -227,12 +157,12 @@ TEST_P(LevelTrigger, FiresWhereTheWaveformCrossesOnItsEdge) {
 }
 
 const LevelCase kLevelCases[] = {
-    {"LowSenseRising", kLevel, 0, 5.0, -25.0, -10.0, true},
-    {"LowSenseFalling", kLevel | kFalling, 0, 5.0, -25.0, -10.0, true},
-    {"HighSenseRising", kLevel | kHighSense, 1, -25.0, -65.0, -40.0, true},
-    {"HighSenseFalling", kLevel | kHighSense | kFalling, 1, -25.0, -65.0, -40.0, true},
-    {"LevelAboveThePulses", kLevel, 0, 5.0, -25.0, 10.0, false},
-    {"LevelBelowTheGaps", kLevel | kFalling, 0, 5.0, -25.0, -28.0, false},
+    {"LowSenseRising", kLevel, kLs, 5.0, -25.0, -10.0, true},
+    {"LowSenseFalling", kLevel | kFalling, kLs, 5.0, -25.0, -10.0, true},
+    {"HighSenseRising", kLevel | kHighSense, kHs, -25.0, -65.0, -40.0, true},
+    {"HighSenseFalling", kLevel | kHighSense | kFalling, kHs, -25.0, -65.0, -40.0, true},
+    {"LevelAboveThePulses", kLevel, kLs, 5.0, -25.0, 10.0, false},
+    {"LevelBelowTheGaps", kLevel | kFalling, kLs, 5.0, -25.0, -28.0, false},
 };
 INSTANTIATE_TEST_SUITE_P(Levels, LevelTrigger, ::testing::ValuesIn(kLevelCases),
                          [](const auto& info) { return std::string(info.param.name); });
@@ -252,7 +182,7 @@ TEST_F(SimSweeps, ExternalLineTriggersAndShows) {
         In(request, 1);
         const Bytes packet = ReadPackets(1, 512);
         ASSERT_EQ(packet.size(), 512u);
-        EXPECT_EQ(Sample(packet, 0, 0, 0), Count(0, request == 202 ? 0.0 : -20.0)) << request;
+        EXPECT_EQ(Sample(packet, 0, 0, kLs), Count(kLs, request == 202 ? 0.0 : -20.0)) << request;
     }
 
     const auto changes = [this] {  // as PP_CheckTrigger counts them
@@ -276,9 +206,7 @@ TEST_F(SimSweeps, TimedSweepTakesItsSweepTime) {
     ASSERT_EQ(qvsim_set_timing(&timing), QVSIM_OK);
     ASSERT_EQ(Command(kFree, 20480), 4);  // 5118 samples: 10.2 ms
     EXPECT_EQ(ReadPackets(1, 20480, 2).size(), 0u);
-    Bytes packet(20480);
-    uint32_t moved = 0;
-    EXPECT_EQ(QV_USBDRVD_PipeReadTimeout(winusb_, 0x82, packet.data(), 20480, &moved, 100) + moved, 20481u);
+    EXPECT_EQ(Read(20480).size(), 20480u);
 }
 
 TEST_F(SimSweeps, CaptureThenReplayGivesTheSameBytes) {
