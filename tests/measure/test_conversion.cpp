@@ -125,7 +125,8 @@ struct EdgeCase {
     double secondCount;  // and of the second
     double q;
     bool cap;
-    double expected;  // NaN: the first segment's line at q
+    int line;         // -1, or the segment whose line (held to -200..26) gives the result
+    double expected;  // otherwise
 };
 
 class ConversionEdge : public ::testing::TestWithParam<EdgeCase> {};
@@ -136,31 +137,23 @@ TEST_P(ConversionEdge, BeyondTheCalibratedLevels) {
     row.e[0].count = c.firstCount;
     row.e[1].count = c.secondCount;
     row.Fit();
-    const double expected = std::isnan(c.expected) ? row.Line(0, c.q) : c.expected;
+    const double expected = c.line < 0 ? c.expected : std::clamp(row.Line(c.line, c.q), -200.0, 26.0);
     EXPECT_NEAR(row.Convert(c.q, c.cap), expected, 1e-9);
 }
 
-const double kLine = std::nan("");
 const EdgeCase kEdgeCases[] = {
     // Below the lowest level, hs of the CW reading: the first line, held at -68 dBm.
-    {"HsBelowLowestTakesFirstLine", 55000, 50844.8, 60000, true, kLine},
-    {"HsBelowLowestHeldAtSecondLevel", 50000, 52000, 60000, true, -68.0},
-    {"HsBelowLowestUnderTheCapStaysOnTheLine", 50000, 52000, 51000, true, -69.0},
-    {"ClampedAt26", 55000, 50844.8, 0, false, 26.0},
-    {"ClampedAtMinus200", 55000, 54990, 65535, false, -200.0},
+    {"HsBelowLowestTakesFirstLine", 55000, 50844.8, 60000, true, 0, 0},
+    {"HsBelowLowestHeldAtSecondLevel", 50000, 52000, 60000, true, -1, -68.0},
+    {"HsBelowLowestUnderTheCapStaysOnTheLine", 50000, 52000, 51000, true, -1, -69.0},
+    // Without the rule (ls, and every pulse reading) counts that rise with the
+    // level there keep to the next segment's line.
+    {"NoCapTakesTheNextSegmentsLine", 50000, 52000, 60000, false, 1, 0},
+    {"ClampedAt26", 55000, 50844.8, 0, false, -1, 26.0},
+    {"ClampedAtMinus200", 55000, 54990, 65535, false, -1, -200.0},
 };
 INSTANTIATE_TEST_SUITE_P(Counts, ConversionEdge, ::testing::ValuesIn(kEdgeCases),
                          [](const auto& i) { return std::string(i.param.name); });
-
-// Without the rule (ls, and every pulse reading) counts that rise with the
-// level there keep to the next segment's line.
-TEST(Conversion, NoCapTakesTheNextSegmentsLine) {
-    Row row(-70.0);
-    row.e[0].count = 50000;
-    row.e[1].count = 52000;
-    row.Fit();
-    EXPECT_NEAR(row.Convert(60000, false), std::clamp(row.Line(1, 60000), -200.0, 26.0), 1e-9);
-}
 
 // ---------------------------------------------------------------- merge
 

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <fstream>
+#include <functional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -23,10 +24,15 @@ struct ToolRun {
     int status;
     std::string output;  // standard output and error together
 
+    std::vector<std::string> Lines() const {
+        std::vector<std::string> lines;
+        std::istringstream text(output);
+        for (std::string line; std::getline(text, line);) lines.push_back(line);
+        return lines;
+    }
     std::vector<nlohmann::json> JsonLines() const {
         std::vector<nlohmann::json> objects;
-        std::istringstream lines(output);
-        for (std::string line; std::getline(lines, line);) objects.push_back(nlohmann::json::parse(line));
+        for (const std::string& line : Lines()) objects.push_back(nlohmann::json::parse(line));
         return objects;
     }
 };
@@ -49,6 +55,13 @@ protected:
         second_ = AddSensor("CD5678", 12, "TK8410");
     }
 
+    void SetSignal(const std::function<void(qvsim_signal&)>& change) const {
+        qvsim_signal signal;
+        ASSERT_EQ(qvsim_signal_get(first_, &signal), QVSIM_OK);
+        change(signal);
+        ASSERT_EQ(qvsim_signal_set(first_, &signal), QVSIM_OK);
+    }
+
     static ToolRun Run(std::vector<std::string> args) {
         const std::string out = std::string(std::getenv("QV_TEST_TMPDIR")) + "/qvpower.out";
         args.insert(args.begin(), QVPOWER_PATH);
@@ -67,11 +80,6 @@ protected:
 };
 
 TEST_F(QvPower, ListsEverySensorWithItsModelAndOwner) {
-    const ToolRun text = Run({"list"});
-    ASSERT_EQ(text.status, 0) << text.output;
-    EXPECT_NE(text.output.find("AB1234"), std::string::npos) << text.output;
-    EXPECT_NE(text.output.find("TK8410 or TKS8410"), std::string::npos) << text.output;
-
     const ToolRun json = Run({"list", "--json"});
     ASSERT_EQ(json.status, 0) << json.output;
     const std::vector<nlohmann::json> sensors = json.JsonLines();
@@ -91,35 +99,28 @@ TEST_P(QvPowerInfo, TellsModelRangeFirmwareDueDateAndOwner) {
     const ToolRun run = Run({"info", GetParam(), "--json"});
     ASSERT_EQ(run.status, 0) << run.output;
     const nlohmann::json info = run.JsonLines().at(0);
-    EXPECT_EQ(info["serial"], "AB1234");
-    EXPECT_EQ(info["address"], 5);
-    EXPECT_EQ(info["model_name"], "QV442A");
-    EXPECT_EQ(info["min_frequency_hz"], 1e7);
-    EXPECT_EQ(info["max_frequency_hz"], 2e10);
-    EXPECT_EQ(info["firmware"], "V2.03");
-    EXPECT_EQ(info["cal_due"], "2027-03-31");
-    EXPECT_EQ(info["owner"], "free");
+    const nlohmann::json expected = {{"serial", "AB1234"},     {"address", 5},           {"model_name", "QV442A"},
+                                     {"min_frequency_hz", 1e7}, {"max_frequency_hz", 2e10}, {"firmware", "V2.03"},
+                                     {"cal_due", "2027-03-31"}, {"owner", "free"}};
+    for (const auto& [key, value] : expected.items()) EXPECT_EQ(info[key], value) << key;
 }
 
 INSTANTIATE_TEST_SUITE_P(Names, QvPowerInfo, ::testing::Values("AB1234", "ab1234", "@5"));
 
-TEST_F(QvPower, ShowsAnErasedDueDateAsNotSet) {
-    const ToolRun run = Run({"info", "CD5678"});
-    ASSERT_EQ(run.status, 0) << run.output;
-    EXPECT_NE(run.output.find("cal due date  not set"), std::string::npos) << run.output;
-}
-
-// Each failure exits 1 and names the export, its arguments, its code and
-// what the code means for it; usage errors exit 2.
-struct Failure {
+// What a run prints and exits with. Each failure exits 1 and names the
+// export, its arguments, its code and what the code means for it; usage
+// errors exit 2; help exits 0.
+struct Outcome {
     std::vector<std::string> args;
     int status;
     const char* expected;  // in the output
+    int fault = -1, faultCode = 0;  // put on the first sensor before the run
 };
 
-class QvPowerFails : public QvPower, public ::testing::WithParamInterface<Failure> {};
+class QvPowerFails : public QvPower, public ::testing::WithParamInterface<Outcome> {};
 
-TEST_P(QvPowerFails, ExitsNonZeroNamingWhatFailed) {
+TEST_P(QvPowerFails, ExitsWithItsStatusSaying) {
+    if (GetParam().fault >= 0) AddFault(first_, GetParam().fault, GetParam().faultCode);
     const ToolRun run = Run(GetParam().args);
     EXPECT_EQ(run.status, GetParam().status) << run.output;
     EXPECT_NE(run.output.find(GetParam().expected), std::string::npos) << run.output;
@@ -128,43 +129,34 @@ TEST_P(QvPowerFails, ExitsNonZeroNamingWhatFailed) {
 INSTANTIATE_TEST_SUITE_P(
     Cases, QvPowerFails,
     ::testing::Values(
-        Failure{{"info", "ZZ9999"}, 1, "QV_GetIndex_SN(\"ZZ9999\") returned 0: no sensor on the bus has this serial"},
-        Failure{{"info", "ABC"}, 1, "QV_GetIndex_SN(\"ABC\") returned -2: not a valid serial number"},
-        Failure{{"info", "@77"}, 1, "QV_GetIndex_Addr(77) returned 0: no sensor on the bus has this address"},
-        Failure{{"measure", "cw", "AB1234", "-f", "30GHz"}, 1,
+        Outcome{{"list"}, 0, "AB1234"}, Outcome{{"list"}, 0, "TK8410 or TKS8410"},
+        Outcome{{"info", "CD5678"}, 0, "cal due date  not set"},  // an erased date
+        Outcome{{"--help"}, 0, "Usage:"}, Outcome{{"list", "--help"}, 0, "Usage:"},
+        Outcome{{"info", "--help"}, 0, "Usage:"}, Outcome{{"measure", "--help"}, 0, "Usage:"},
+        Outcome{{"measure", "cw", "--help"}, 0, "Usage:"}, Outcome{{"measure", "pulse", "--help"}, 0, "Usage:"},
+        Outcome{{"trace", "--help"}, 0, "Usage:"},
+        Outcome{{"info", "ZZ9999"}, 1, "QV_GetIndex_SN(\"ZZ9999\") returned 0: no sensor on the bus has this serial"},
+        Outcome{{"info", "ABC"}, 1, "QV_GetIndex_SN(\"ABC\") returned -2: not a valid serial number"},
+        Outcome{{"info", "@77"}, 1, "QV_GetIndex_Addr(77) returned 0: no sensor on the bus has this address"},
+        Outcome{{"measure", "cw", "AB1234", "-f", "30GHz"}, 1,
                 "QV_SetFrequency(5, 3e+10) returned -1: the frequency is outside the model's range"},
-        Failure{{"measure", "pulse", "@5", "-f", "5MHz", "--json"}, 1,
+        Outcome{{"measure", "pulse", "@5", "-f", "5MHz", "--json"}, 1,
                 R"x({"error":{"export":"QV_SetFrequency","call":"QV_SetFrequency(5, 5e+06)","code":-1,)x"},
-        Failure{{"info", "@300"}, 2, "@1 to @255"},
-        Failure{{"measure", "cw", "AB1234", "--averages", "0"}, 2, "--averages"},
-        Failure{{"measure", "cw", "AB1234", "--unit", "furlongs"}, 2, "--unit"},
-        Failure{{"measure", "cw"}, 2, "SENSOR"},
-        Failure{{"list", "--json", "--csv"}, 2, "excludes"},
+        Outcome{{"info", "@300"}, 2, "@1 to @255"},
+        Outcome{{"measure", "cw", "AB1234", "--averages", "0"}, 2, "--averages"},
+        Outcome{{"measure", "cw", "AB1234", "--unit", "furlongs"}, 2, "--unit"},
+        Outcome{{"measure", "cw"}, 2, "SENSOR"},
+        Outcome{{"list", "--json", "--csv"}, 2, "excludes"},
         // A CW input and no TTL edges: the sweep never starts.
-        Failure{{"trace", "@5", "--trigger", "ttl"}, 1,
+        Outcome{{"trace", "@5", "--trigger", "ttl"}, 1,
                 "PP_GetTrace(5, &trace, 10000, &count) returned -100: the sensor delivered no complete trace"},
-        Failure{{"trace", "@5", "-t", "30"}, 2, "--sweep-time"}));
-
-// A sensor that misbehaves: the export that meets it is named with its code.
-struct Fault {
-    int kind, code;
-    const char* expected;
-};
-
-class QvPowerFaults : public QvPower, public ::testing::WithParamInterface<Fault> {};
-
-TEST_P(QvPowerFaults, NameTheExportThatMetThem) {
-    AddFault(first_, GetParam().kind, GetParam().code);
-    const ToolRun run = Run({"measure", "cw", "@5", "-a", "2"});
-    EXPECT_EQ(run.status, 1);
-    EXPECT_NE(run.output.find(GetParam().expected), std::string::npos) << run.output;
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Sensor, QvPowerFaults,
-    ::testing::Values(
-        Fault{QVSIM_FAULT_OPEN_FAILS, 0, "QV_GetIndex_Addr(5) returned -5: a sensor on the bus could not be opened"},
-        Fault{QVSIM_FAULT_PIPE_TIMEOUT, 0x82, "QV_MeasureCW(5, &reading) returned -13: no reading: the acquisition failed"}));
+        Outcome{{"trace", "@5", "-t", "30"}, 2, "--sweep-time"},
+        // A sensor that misbehaves: the export that meets it is named with its code.
+        Outcome{{"measure", "cw", "@5", "-a", "2"}, 1,
+                "QV_GetIndex_Addr(5) returned -5: a sensor on the bus could not be opened", QVSIM_FAULT_OPEN_FAILS},
+        Outcome{{"measure", "cw", "@5", "-a", "2"}, 1,
+                "QV_MeasureCW(5, &reading) returned -13: no reading: the acquisition failed", QVSIM_FAULT_PIPE_TIMEOUT,
+                0x82}));
 
 // Readings of known simulated signals: the tool's options reach the library
 // and its output reads back.
@@ -183,18 +175,13 @@ TEST_F(QvPower, CwReadingsInJsonAgreeWithTheInputPower) {
 }
 
 TEST_F(QvPower, CwReadingInCsvWithOffsetInWatts) {
-    qvsim_signal signal;
-    ASSERT_EQ(qvsim_signal_get(first_, &signal), QVSIM_OK);
-    signal.cw_dbm = -12.0;
-    signal.freq_hz = 2.4e9;
-    ASSERT_EQ(qvsim_signal_set(first_, &signal), QVSIM_OK);
+    SetSignal([](qvsim_signal& s) { s.cw_dbm = -12.0, s.freq_hz = 2.4e9; });
     const ToolRun run = Run({"measure", "cw", "@5", "-f", "2.4GHz", "-a", "2", "-o", "3", "-u", "w", "--csv"});
     ASSERT_EQ(run.status, 0) << run.output;
-    std::istringstream lines(run.output);
-    std::string header, row;
-    std::getline(lines, header);
-    std::getline(lines, row);
-    EXPECT_EQ(header, "reading,sensor,address,frequency_hz,power,unit");
+    const std::vector<std::string> lines = run.Lines();
+    ASSERT_EQ(lines.size(), 2u) << run.output;
+    EXPECT_EQ(lines[0], "reading,sensor,address,frequency_hz,power,unit");
+    const std::string& row = lines[1];
     const std::string prefix = "1,AB1234,5,2400000000.0,";
     ASSERT_EQ(row.rfind(prefix, 0), 0u) << row;
     EXPECT_EQ(row.substr(row.rfind(',')), ",W");
@@ -204,14 +191,9 @@ TEST_F(QvPower, CwReadingInCsvWithOffsetInWatts) {
 
 TEST_F(QvPower, PulseReadingInJsonHasEveryPart) {
     // 26 us on in every 252 us: 13 of the 126 samples of each block.
-    qvsim_signal signal;
-    ASSERT_EQ(qvsim_signal_get(first_, &signal), QVSIM_OK);
-    signal.kind = QVSIM_SIGNAL_PULSE;
-    signal.period_us = 252;
-    signal.width_us = 26;
-    signal.on_dbm = 5.0;
-    signal.off_dbm = -50.0;
-    ASSERT_EQ(qvsim_signal_set(first_, &signal), QVSIM_OK);
+    SetSignal([](qvsim_signal& s) {
+        s.kind = QVSIM_SIGNAL_PULSE, s.period_us = 252, s.width_us = 26, s.on_dbm = 5.0, s.off_dbm = -50.0;
+    });
     const ToolRun run = Run({"measure", "pulse", "AB1234", "-a", "4", "--json"});
     ASSERT_EQ(run.status, 0) << run.output;
     const nlohmann::json r = run.JsonLines().at(0);
@@ -229,14 +211,9 @@ class QvPowerTrace : public QvPower {
 protected:
     void SetUp() override {
         QvPower::SetUp();
-        qvsim_signal signal;
-        ASSERT_EQ(qvsim_signal_get(first_, &signal), QVSIM_OK);
-        signal.kind = QVSIM_SIGNAL_PULSE;
-        signal.period_us = 400;
-        signal.width_us = 100;
-        signal.on_dbm = -5.0;
-        signal.off_dbm = -40.0;
-        ASSERT_EQ(qvsim_signal_set(first_, &signal), QVSIM_OK);
+        SetSignal([](qvsim_signal& s) {
+            s.kind = QVSIM_SIGNAL_PULSE, s.period_us = 400, s.width_us = 100, s.on_dbm = -5.0, s.off_dbm = -40.0;
+        });
     }
     // Power on the input t seconds after a rising edge.
     static double Input(double t) { return std::fmod(t * 1e6, 400.0) < 100.0 ? -5.0 : -40.0; }
@@ -245,25 +222,17 @@ protected:
 TEST_F(QvPowerTrace, CsvHasTheTimeAxisAndFollowsThePulses) {
     const ToolRun run = Run({"trace", "AB1234", "-t", "1000", "-d", "150", "--trigger", "level", "-l", "-20"});
     ASSERT_EQ(run.status, 0) << run.output;
-    std::istringstream lines(run.output);
-    std::string line;
-    std::getline(lines, line);
-    EXPECT_EQ(line, "# power in dBm");
-    std::getline(lines, line);
-    EXPECT_EQ(line, "time_s,power");
-    int points = 0;
-    while (std::getline(lines, line)) {
-        const double t = std::stod(line), p = std::stod(line.substr(line.find(',') + 1));
-        if (points == 0) {
-            EXPECT_DOUBLE_EQ(t, 150e-6);
-        }
-        const double phase = std::fmod(t * 1e6, 400.0);
+    const std::vector<std::string> lines = run.Lines();
+    ASSERT_EQ(lines.size(), 10002u);  // two header lines and the points
+    EXPECT_EQ(lines[0], "# power in dBm");
+    EXPECT_EQ(lines[1], "time_s,power");
+    EXPECT_DOUBLE_EQ(std::stod(lines[2]), 150e-6);
+    for (std::size_t i = 2; i < lines.size(); ++i) {
+        const double t = std::stod(lines[i]), phase = std::fmod(t * 1e6, 400.0);
         if (std::abs(phase - 100.0) > 2 && phase > 2 && phase < 398) {
-            EXPECT_NEAR(p, Input(t), 0.3) << line;
+            EXPECT_NEAR(std::stod(lines[i].substr(lines[i].find(',') + 1)), Input(t), 0.3) << lines[i];
         }
-        ++points;
     }
-    EXPECT_EQ(points, 10000);
 }
 
 TEST_F(QvPowerTrace, JsonWritesOneAveragedTracePerCount) {
@@ -280,23 +249,6 @@ TEST_F(QvPowerTrace, JsonWritesOneAveragedTracePerCount) {
         EXPECT_NEAR(trace["power"][3500].get<double>(), -40.0, 0.3);
     }
 }
-
-class QvPowerHelp : public QvPower, public ::testing::WithParamInterface<std::vector<std::string>> {};
-
-TEST_P(QvPowerHelp, EveryCommandHasHelp) {
-    const ToolRun run = Run(GetParam());
-    EXPECT_EQ(run.status, 0) << run.output;
-    EXPECT_NE(run.output.find("Usage:"), std::string::npos) << run.output;
-}
-
-INSTANTIATE_TEST_SUITE_P(Commands, QvPowerHelp,
-                         ::testing::Values(std::vector<std::string>{"--help"},
-                                           std::vector<std::string>{"list", "--help"},
-                                           std::vector<std::string>{"info", "--help"},
-                                           std::vector<std::string>{"measure", "--help"},
-                                           std::vector<std::string>{"measure", "cw", "--help"},
-                                           std::vector<std::string>{"measure", "pulse", "--help"},
-                                           std::vector<std::string>{"trace", "--help"}));
 
 // The tool's own table of model names and ranges against what the library
 // makes of each model's product string.
