@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <iostream>
 #include <map>
+#include <optional>
 #include <string>
 #include <thread>
 
@@ -18,6 +19,7 @@
 #include "qv_api2.h"
 #include "qvpower_calls.h"
 #include "qvpower_sensors.h"
+#include "qvpower_analyse.h"
 #include "qvpower_trace.h"
 
 using namespace qvpower;
@@ -291,6 +293,69 @@ void AddMeasureOptions(CLI::App* command, MeasureOptions& o) {
     AddFormatFlags(command, o.flags);
 }
 
+// ---------------------------------------------------------------- measure burst
+
+struct BurstOptions {
+    std::string sensor;
+    std::optional<double> frequencyHz;
+    int startUsec = 0;
+    int lengthUsec = 0;
+    bool externalTrigger = false;
+    FormatFlags flags;
+};
+
+void AddBurstOptions(CLI::App* command, BurstOptions& o) {
+    AddSensorArgument(command, o.sensor);
+    command->add_option("-f,--frequency", o.frequencyHz, "measurement frequency: 1e9, 2.4GHz, 50MHz (default 1 GHz)")
+        ->type_name("HZ")
+        ->transform(CLI::AsNumberWithUnit(std::map<std::string, double>{
+            {"hz", 1.0}, {"khz", 1e3}, {"mhz", 1e6}, {"ghz", 1e9}}).description(""));
+    command->add_option("-s,--start", o.startUsec, "start of the window after the trigger, us")
+        ->type_name("US")
+        ->required();
+    command->add_option("-l,--length", o.lengthUsec, "length of the window, us (start + length up to 1000000)")
+        ->type_name("US")
+        ->required();
+    command->add_flag("--trigger", o.externalTrigger, "trigger on the external input (default: automatic level)");
+    AddFormatFlags(command, o.flags);
+}
+
+int RunBurst(const BurstOptions& o) {
+    const SensorName name = FindSensor(o.sensor);
+    OwnedSensor owned(name);
+    MeasureSettings settings;
+    settings.frequencyHz = o.frequencyHz;
+    owned.Apply(settings);
+    const double frequency = owned.FrequencyHz();
+    const std::int32_t a = name.address, trigger = o.externalTrigger ? 1 : 0;
+    double maximum = 0.0, average = 0.0, minimum = 0.0;
+    Expect("QV_MeasureBurst_DBM", QV_MeasureBurst_DBM(a, o.startUsec, o.lengthUsec, trigger, &maximum, &average, &minimum),
+           Arguments(a, o.startUsec, o.lengthUsec, trigger, Out{"maximum"}, Out{"average"}, Out{"minimum"}));
+    switch (o.flags.format()) {
+    case Format::Text:
+        std::cout << name.serial << " @" << name.address << "  " << FrequencyText(frequency) << "  burst "
+                  << o.startUsec << " us + " << o.lengthUsec << " us  max " << PowerText(maximum, QV_UNIT_DBM)
+                  << "  average " << PowerText(average, QV_UNIT_DBM) << "  min " << PowerText(minimum, QV_UNIT_DBM)
+                  << "\n";
+        break;
+    case Format::Json:
+        std::cout << json{{"sensor", name.serial}, {"address", a}, {"frequency_hz", frequency},
+                          {"start_us", o.startUsec}, {"length_us", o.lengthUsec}, {"maximum", maximum},
+                          {"average", average}, {"minimum", minimum}, {"unit", "dBm"}}
+                         .dump()
+                  << "\n";
+        break;
+    case Format::Csv:
+        std::cout << "sensor,address,frequency_hz,start_us,length_us,maximum,average,minimum,unit\n"
+                  << CsvField(name.serial) << "," << a << "," << Number(frequency) << "," << o.startUsec << ","
+                  << o.lengthUsec << "," << Number(maximum) << "," << Number(average) << "," << Number(minimum)
+                  << ",dBm\n";
+        break;
+    }
+    owned.Release();
+    return kExitOk;
+}
+
 void ReportFailure(const ExportFailure& failure, bool asJson) {
     if (asJson) {
         std::cerr << json{{"error", {{"export", failure.exportName},
@@ -325,18 +390,27 @@ int main(int argc, char** argv) {
     AddSensorArgument(info, infoSensor);
     AddFormatFlags(info, infoFlags);
 
-    CLI::App* measure = app.add_subcommand("measure", "take readings: measure cw SENSOR, measure pulse SENSOR");
+    CLI::App* measure = app.add_subcommand(
+        "measure", "take readings: measure cw SENSOR, measure pulse SENSOR, measure burst SENSOR");
     measure->require_subcommand(1);
     MeasureOptions cwOptions, pulseOptions;
     CLI::App* cw = measure->add_subcommand("cw", "average (CW) power");
     AddMeasureOptions(cw, cwOptions);
     CLI::App* pulse = measure->add_subcommand("pulse", "pulse power, peak power, average power and duty cycle");
     AddMeasureOptions(pulse, pulseOptions);
+    BurstOptions burstOptions;
+    CLI::App* burst = measure->add_subcommand("burst", "largest, mean and smallest power of a window of one trace");
+    AddBurstOptions(burst, burstOptions);
 
     TraceOptions traceOptions;
     CLI::App* trace = app.add_subcommand(
         "trace", "power against time from a trace-capable sensor, as CSV (time_s,power) or JSON");
     AddTraceOptions(trace, traceOptions);
+
+    AnalyseOptions analyseOptions;
+    CLI::App* analyse = app.add_subcommand(
+        "analyse", "statistics, gates, peaks and pulse edges of a trace file or a fresh trace");
+    AddAnalyseOptions(analyse, analyseOptions);
 
     try {
         app.parse(argc, argv);
@@ -345,21 +419,33 @@ int main(int argc, char** argv) {
         return code == 0 ? kExitOk : kExitUsage;
     }
 
-    FormatFlags traceFlags;
+    FormatFlags traceFlags, analyseFlags;
     traceFlags.json = traceOptions.json;
-    const FormatFlags& flags = *list    ? listFlags
-                               : *info  ? infoFlags
-                               : *cw    ? cwOptions.flags
-                               : *trace ? traceFlags
-                                        : pulseOptions.flags;
+    analyseFlags.json = analyseOptions.json;
+    const FormatFlags& flags = *list      ? listFlags
+                               : *info    ? infoFlags
+                               : *cw      ? cwOptions.flags
+                               : *burst   ? burstOptions.flags
+                               : *trace   ? traceFlags
+                               : *analyse ? analyseFlags
+                                          : pulseOptions.flags;
     try {
         if (*list) return RunList(flags.format());
         if (*info) return RunInfo(infoSensor, flags.format());
         if (*cw) return RunMeasure(Kind::Cw, cwOptions);
         if (*pulse) return RunMeasure(Kind::Pulse, pulseOptions);
+        if (*burst) return RunBurst(burstOptions);
         if (*trace) return RunTrace(traceOptions);
+        if (*analyse) return RunAnalyse(analyseOptions);
     } catch (const ExportFailure& failure) {
         ReportFailure(failure, flags.json);
+        return kExitFailed;
+    } catch (const CLI::ValidationError& e) {
+        std::cerr << "qvpower: " << e.what() << "\n";
+        return kExitUsage;
+    } catch (const std::runtime_error& e) {
+        // A trace file that cannot be read, or no sensor to analyse it on.
+        std::cerr << "qvpower: " << e.what() << "\n";
         return kExitFailed;
     }
     return kExitUsage;

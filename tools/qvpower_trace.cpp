@@ -45,6 +45,14 @@ void Set(const char* name, std::int32_t code, std::int32_t address, double value
 
 void AddTraceOptions(CLI::App* command, TraceOptions& o) {
     command->add_option("SENSOR", o.sensor, "serial number, or address as @5")->required();
+    AddTraceSettings(command, o);
+    command->add_option("-n,--count", o.count, "number of traces written (default 1)")
+        ->type_name("N")
+        ->check(CLI::PositiveNumber.description(""));
+    command->add_flag("--json", o.json, "one JSON object per trace: time_s and power arrays");
+}
+
+void AddTraceSettings(CLI::App* command, TraceOptions& o) {
     command->add_option("-f,--frequency", o.frequencyHz, "measurement frequency in Hz (default 1e9)")
         ->type_name("HZ");
     command->add_option("-t,--sweep-time", o.sweepUsec,
@@ -75,19 +83,9 @@ void AddTraceOptions(CLI::App* command, TraceOptions& o) {
     command->add_option("--poles", o.poles, "filter poles: 0 one, 1 two, 2 four (default 0)")
         ->type_name("P")
         ->check(CLI::Range(0, 2).description(""));
-    command->add_option("-n,--count", o.count, "number of traces written (default 1)")
-        ->type_name("N")
-        ->check(CLI::PositiveNumber.description(""));
-    command->add_flag("--json", o.json, "one JSON object per trace: time_s and power arrays");
 }
 
-int RunTrace(const TraceOptions& o) {
-    const SensorName name = FindSensor(o.sensor);
-    OwnedSensor owned(name);
-    MeasureSettings settings;
-    settings.frequencyHz = o.frequencyHz;
-    owned.Apply(settings);
-    const std::int32_t a = name.address;
+void ApplyTraceSettings(std::int32_t a, const TraceOptions& o) {
     Set("PP_SetSweepTime", PP_SetSweepTime(a, o.sweepUsec), a, o.sweepUsec);
     Set("PP_SetSweepDelayMode", PP_SetSweepDelayMode(a, o.delayUsec ? 1 : 0), a, o.delayUsec ? 1 : 0);
     if (o.delayUsec) Set("PP_SetSweepDelay", PP_SetSweepDelay(a, *o.delayUsec), a, *o.delayUsec);
@@ -102,6 +100,16 @@ int RunTrace(const TraceOptions& o) {
     // Each trace written is a fresh average of its own traces.
     Set("PP_SetAvgMode", PP_SetAvgMode(a, 2), a, 2);
     Set("PP_SetTraceAvgs", PP_SetTraceAvgs(a, o.averages), a, o.averages);
+}
+
+int RunTrace(const TraceOptions& o) {
+    const SensorName name = FindSensor(o.sensor);
+    OwnedSensor owned(name);
+    MeasureSettings settings;
+    settings.frequencyHz = o.frequencyHz;
+    owned.Apply(settings);
+    const std::int32_t a = name.address;
+    ApplyTraceSettings(a, o);
 
     const std::int32_t length = PP_GetTraceLength(a);
     if (length <= 0) Expect("PP_GetTraceLength", length, Arguments(a), 10000);

@@ -3,6 +3,7 @@
 // with their time axis as CSV or JSON.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -27,6 +28,11 @@ struct TraceOptions {
 };
 
 void AddTraceOptions(CLI::App* command, TraceOptions& options);
+// The acquisition settings alone (no SENSOR, --count or --json), for commands
+// that take a trace of their own.
+void AddTraceSettings(CLI::App* command, TraceOptions& options);
+// Puts the sweep, trigger, averaging and filter settings on sensor `address`.
+void ApplyTraceSettings(std::int32_t address, const TraceOptions& options);
 // Exit code 0; refused exports throw ExportFailure.
 int RunTrace(const TraceOptions& options);
 

@@ -151,6 +151,12 @@ INSTANTIATE_TEST_SUITE_P(
         Outcome{{"trace", "@5", "--trigger", "ttl"}, 1,
                 "PP_GetTrace(5, &trace, 10000, &count) returned -100: the sensor delivered no complete trace"},
         Outcome{{"trace", "@5", "-t", "30"}, 2, "--sweep-time"},
+        Outcome{{"measure", "burst", "--help"}, 0, "Usage:"}, Outcome{{"analyse", "--help"}, 0, "Usage:"},
+        Outcome{{"measure", "burst", "@5", "--start", "1", "--length", "1000000"}, 1,
+                "QV_MeasureBurst_DBM(5, 1, 1000000, 0, &maximum, &average, &minimum) returned -1: the window is out of range"},
+        // A gate beyond the 1 ms sweep of the fresh trace.
+        Outcome{{"analyse", "@5", "-t", "1000", "-g", "0:1500"}, 1, "PP_SetGateStartEndTime(5, 0, 0, 1500) returned -1"},
+        Outcome{{"analyse", "@5", "-g", "10-20"}, 2, "START_US:END_US"},
         // A sensor that misbehaves: the export that meets it is named with its code.
         Outcome{{"measure", "cw", "@5", "-a", "2"}, 1,
                 "QV_GetIndex_Addr(5) returned -5: a sensor on the bus could not be opened", QVSIM_FAULT_OPEN_FAILS},
@@ -248,6 +254,44 @@ TEST_F(QvPowerTrace, JsonWritesOneAveragedTracePerCount) {
         EXPECT_NEAR(trace["power"][2250].get<double>(), -5.0, 0.3);
         EXPECT_NEAR(trace["power"][3500].get<double>(), -40.0, 0.3);
     }
+}
+
+TEST_F(QvPower, BurstReadsTheSimulatedBurstsTop) {
+    qvsim_signal signal;
+    ASSERT_EQ(qvsim_signal_get(first_, &signal), QVSIM_OK);
+    signal.kind = QVSIM_SIGNAL_BURST;
+    signal.period_us = 1000;
+    signal.start_us = 200;
+    signal.width_us = 300;
+    signal.on_dbm = -10.0;
+    signal.off_dbm = -40.0;
+    ASSERT_EQ(qvsim_signal_set(first_, &signal), QVSIM_OK);
+    // The automatic trigger fires on the burst's rise: the window lies on its top.
+    const ToolRun run = Run({"measure", "burst", "AB1234", "--start", "50", "--length", "200", "--json"});
+    ASSERT_EQ(run.status, 0) << run.output;
+    const nlohmann::json reading = run.JsonLines().at(0);
+    for (const char* key : {"maximum", "average", "minimum"}) EXPECT_NEAR(reading[key].get<double>(), -10.0, 0.1) << key;
+}
+
+// qvpower trace's CSV read back by qvpower analyse: the pulse train's width
+// and period, and a peak with its edges for each whole pulse.
+TEST_F(QvPowerTrace, AnalyseOfATraceFileFindsWidthAndPeriod) {
+    const ToolRun trace = Run({"trace", "AB1234", "-t", "1000", "--trigger", "level", "-l", "-20"});
+    ASSERT_EQ(trace.status, 0) << trace.output;
+    const std::string file = std::string(std::getenv("QV_TEST_TMPDIR")) + "/pulses.csv";
+    std::ofstream(file) << trace.output;
+    const ToolRun run = Run({"analyse", file, "-g", "0:1000", "-g", "350:700", "--json"});
+    ASSERT_EQ(run.status, 0) << run.output;
+    const nlohmann::json report = run.JsonLines().at(0);
+    EXPECT_EQ(report["points"], 10000);
+    for (const nlohmann::json& gate : report["gates"])
+        EXPECT_NEAR(gate["pulse_width_us"].get<double>(), 100.0, 1.0) << gate;
+    EXPECT_NEAR(report["gates"][0]["prt_us"].get<double>(), 400.0, 1.0);
+    EXPECT_NEAR(report["gates"][0]["duty_cycle"].get<double>(), 0.25, 0.01);
+    EXPECT_TRUE(report["gates"][1]["prt_us"].is_null());  // a single pulse has no period
+    ASSERT_EQ(report["peaks"].size(), 2u);
+    EXPECT_NEAR(report["peaks"][1]["left_edge_us"].get<double>(), 800.0, 1.0);
+    EXPECT_NEAR(report["peaks"][1]["right_edge_us"].get<double>(), 900.0, 1.0);
 }
 
 // The tool's own table of model names and ranges against what the library

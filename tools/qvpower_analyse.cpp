@@ -1,0 +1,274 @@
+#include "qvpower_analyse.h"
+
+#include <cmath>
+#include <cstdio>
+#include <fstream>
+#include <functional>
+#include <iostream>
+#include <optional>
+#include <sstream>
+#include <stdexcept>
+
+#include <nlohmann/json.hpp>
+
+#include "qv_api2.h"
+#include "qvpower_calls.h"
+#include "qvpower_sensors.h"
+
+namespace qvpower {
+
+namespace {
+
+using json = nlohmann::ordered_json;
+
+// A trace as qvpower trace writes it: powers in one unit, evenly in time.
+struct LoadedTrace {
+    std::vector<double> power;
+    std::int32_t unit = QV_UNIT_DBM;
+    double sweepUsec = 0.0;
+};
+
+std::int32_t UnitCode(const std::string& name) {
+    for (const auto& [text, code] : UnitNames())
+        if (text == name) return code;
+    throw std::runtime_error("unknown unit \"" + name + "\"");
+}
+
+// The first trace of the file; a CSV's later traces follow a blank line.
+LoadedTrace LoadTrace(const std::string& path) {
+    std::ifstream in(path);
+    if (!in) throw std::runtime_error("cannot read " + path);
+    LoadedTrace t;
+    std::string line;
+    std::getline(in, line);
+    if (!line.empty() && line[0] == '{') {
+        const json j = json::parse(line);
+        t.power = j.at("power").get<std::vector<double>>();
+        t.unit = UnitCode(j.value("unit", "dBm"));
+        t.sweepUsec = j.at("sweep_time_s").get<double>() * 1e6;
+        return t;
+    }
+    std::vector<double> time;
+    do {
+        if (!line.empty() && line.back() == '\r') line.pop_back();
+        if (line.rfind("# power in ", 0) == 0) t.unit = UnitCode(line.substr(11));
+        if (line.empty() || line[0] == '#' || line.rfind("time_s", 0) == 0) {
+            if (line.empty() && !time.empty()) break;
+            continue;
+        }
+        double s = 0.0, p = 0.0;
+        if (std::sscanf(line.c_str(), "%lf,%lf", &s, &p) != 2)
+            throw std::runtime_error(path + ": not a time_s,power line: " + line);
+        time.push_back(s);
+        t.power.push_back(p);
+    } while (std::getline(in, line));
+    if (time.size() < 2) throw std::runtime_error(path + ": fewer than two points");
+    t.sweepUsec = std::round((time.back() - time.front()) * 1e6);
+    return t;
+}
+
+std::pair<double, double> ParseGate(const std::string& text) {
+    double start = 0.0, end = 0.0;
+    char rest = 0;
+    if (std::sscanf(text.c_str(), "%lf:%lf%c", &start, &end, &rest) != 2)
+        throw CLI::ValidationError("--gate", "START_US:END_US expected, not " + text);
+    return {start, end};
+}
+
+// A measurement that found nothing (no pulse, no crossing) is a result, not a
+// failure: it reads as null.
+using Measure = std::function<std::int32_t(double*)>;
+json Value(const Measure& measure, bool indexResult = false) {
+    double value = 0.0;
+    const std::int32_t code = measure(&value);
+    return (indexResult ? code >= 0 : code == 1) && std::isfinite(value) ? json(value) : json(nullptr);
+}
+
+struct Quantity {
+    const char* name;
+    const char* unit;
+};
+
+}  // namespace
+
+void AddAnalyseOptions(CLI::App* command, AnalyseOptions& o) {
+    command->add_option("SOURCE", o.source,
+                        "a CSV or JSON file written by qvpower trace, or a sensor (serial or @5) to take a trace from")
+        ->required();
+    command->add_option("--sensor", o.host,
+                        "for a file: the sensor whose analysis trace holds it (default the first free sensor)");
+    command->add_option("-g,--gate", o.gates, "a gate from START to END microseconds after the first point; up to 10")
+        ->type_name("START_US:END_US")
+        ->each([](const std::string& text) { ParseGate(text); });
+    command->add_option("-p,--peaks", o.peaks, "peaks listed, 0..3000 (default 10)")
+        ->type_name("N")
+        ->check(CLI::Range(0, 3000).description(""));
+    AddTraceSettings(command, o.trace);
+    CLI::Option* asJson = command->add_flag("--json", o.json, "one JSON object");
+    command->add_flag("--csv", o.csv, "section,item,quantity,value,unit lines with a header")->excludes(asJson);
+}
+
+int RunAnalyse(const AnalyseOptions& o) {
+    if (o.gates.size() > 10) throw CLI::ValidationError("--gate", "at most 10 gates");
+    const bool fromFile = std::ifstream(o.source).good();
+    SensorName name;
+    if (!fromFile) {
+        name = FindSensor(o.source);
+    } else if (!o.host.empty()) {
+        name = FindSensor(o.host);
+    } else {
+        for (const ListedSensor& s : ListSensors())
+            if (s.owner == Owner::Free) {
+                name = FindSensor(s.serial);
+                break;
+            }
+        if (name.serial.empty()) throw std::runtime_error("no free sensor to hold the analysis trace");
+    }
+    OwnedSensor owned(name);
+    MeasureSettings settings;
+    settings.frequencyHz = o.trace.frequencyHz;
+    owned.Apply(settings);
+    const std::int32_t a = name.address;
+    if (!fromFile) {
+        ApplyTraceSettings(a, o.trace);
+        const std::int32_t length = PP_GetTraceLength(a);
+        if (length <= 0) Expect("PP_GetTraceLength", length, Arguments(a), 10000);
+        std::vector<double> trace(static_cast<std::size_t>(length));
+        Expect("PP_ResetTraceAveraging", PP_ResetTraceAveraging(a), Arguments(a));
+        for (int i = 0; i < o.trace.averages; ++i) {
+            std::int32_t got = 0;
+            Expect("PP_GetTrace", PP_GetTrace(a, trace.data(), length, &got),
+                   Arguments(a, Out{"trace"}, length, Out{"count"}));
+        }
+        Expect("PP_CurrTrace2AnalysisTrace", PP_CurrTrace2AnalysisTrace(a, nullptr, 0), Arguments(a, "NULL", 0));
+    } else {
+        const LoadedTrace t = LoadTrace(o.source);
+        // Only the freeze of the current trace makes the analysis trace valid;
+        // the file's trace then replaces its points and keeps it valid.
+        Expect("PP_CurrTrace2AnalysisTrace", PP_CurrTrace2AnalysisTrace(a, nullptr, 0), Arguments(a, "NULL", 0));
+        const double freq = o.trace.frequencyHz.value_or(owned.FrequencyHz());
+        const auto n = static_cast<std::int32_t>(t.power.size());
+        Expect("PP_SetAnalysisTrace", PP_SetAnalysisTrace(a, freq, t.sweepUsec, t.power.data(), n, t.unit),
+               Arguments(a, freq, t.sweepUsec, Out{"trace"}, n, t.unit));
+    }
+    const std::int32_t length = PP_GetAnalysisTraceLength(a);
+    if (length <= 0) Expect("PP_GetAnalysisTraceLength", length, Arguments(a), 10000);
+    double freq = 0.0, sweep = 0.0;
+    {
+        std::vector<double> points(static_cast<std::size_t>(length));
+        std::int32_t n = length;
+        const std::int32_t unit = QV_UNIT_DBM;
+        Expect("PP_GetAnalysisTrace", PP_GetAnalysisTrace(a, &freq, &sweep, points.data(), &n, &unit),
+               Arguments(a, Out{"freq"}, Out{"sweepTime"}, Out{"trace"}, Out{"n"}, Out{"unit"}));
+    }
+    const double usecPerPoint = length > 1 ? sweep / (length - 1) : 0.0;
+
+    json report{{"sensor", name.serial}, {"address", a}, {"source", fromFile ? o.source : "acquisition"},
+                {"frequency_hz", freq}, {"sweep_time_us", sweep}, {"points", length}};
+    report["trace"] = {
+        {"average_dbm", Value([&](double* v) { return PP_GetTraceAvgPower(a, v); })},
+        {"peak_dbm", Value([&](double* v) { return PP_GetTracePkPwr(a, v); })},
+        {"crest_factor_db", Value([&](double* v) { return PP_GetTraceCrestFactor(a, v); })},
+        {"pulse_dbm", Value([&](double* v) { return PP_GetTracePulsePower(a, v); })},
+        {"duty_cycle", Value([&](double* v) { return PP_GetTraceDC(a, v); })}};
+
+    report["gates"] = json::array();
+    for (std::size_t g = 0; g < o.gates.size(); ++g) {
+        const auto [start, end] = ParseGate(o.gates[g]);
+        const auto i = static_cast<std::int32_t>(g);
+        Expect("PP_SetGateMode", PP_SetGateMode(a, i, 1), Arguments(a, i, 1));
+        Expect("PP_SetGateStartEndTime", PP_SetGateStartEndTime(a, i, start, end), Arguments(a, i, start, end));
+        report["gates"].push_back(json{
+            {"gate", i},
+            {"start_us", start},
+            {"end_us", end},
+            {"average_dbm", Value([&](double* v) { return PP_GetGateAveragePower(a, i, v); })},
+            {"peak_dbm", Value([&](double* v) { return PP_GetGatePeakPower(a, i, v); }, true)},
+            {"crest_factor_db", Value([&](double* v) { return PP_GetGateCrestFactor(a, i, v); }, true)},
+            {"pulse_dbm", Value([&](double* v) { return PP_GetGatePulsePower(a, i, v); })},
+            {"pulse_width_us", Value([&](double* v) { return PP_GetGatePulseWidth(a, i, v); })},
+            {"prt_us", Value([&](double* v) { return PP_GetGatePRT(a, i, v); })},
+            {"prf_hz", Value([&](double* v) { return PP_GetGatePRF(a, i, v); })},
+            {"duty_cycle", Value([&](double* v) { return PP_GetGateDutyCycle(a, i, v); })},
+            {"rise_time_us", Value([&](double* v) { return PP_GetGateRiseTime(a, i, v); })},
+            {"fall_time_us", Value([&](double* v) { return PP_GetGateFallTime(a, i, v); })},
+            {"droop_db", Value([&](double* v) { return PP_GetGateDroop(a, i, v); })},
+            {"overshoot_db", Value([&](double* v) { return PP_GetGateOverShoot(a, i, v); })}});
+    }
+
+    report["peaks"] = json::array();
+    if (o.peaks > 0) {
+        std::vector<PP_Peak> peaks(static_cast<std::size_t>(o.peaks));
+        std::int32_t count = 0;
+        Expect("PP_GetPeaks_Idx", PP_GetPeaks_Idx(a, peaks.data(), o.peaks, &count),
+               Arguments(a, Out{"peaks"}, o.peaks, Out{"count"}));
+        for (std::int32_t k = 0; k < count; ++k) {
+            json peak{{"index", peaks[k].Index}, {"time_us", peaks[k].Index * usecPerPoint},
+                      {"power_dbm", peaks[k].Value}, {"left_edge_us", nullptr}, {"right_edge_us", nullptr}};
+            std::int32_t left = 0, right = 0;
+            // Peaks near either end have no edges to look for.
+            if (PP_GetPulseEdgesPosition(a, peaks[k].Index, &left, &right) == 1) {
+                peak["left_edge_us"] = left * usecPerPoint;
+                peak["right_edge_us"] = right * usecPerPoint;
+            }
+            report["peaks"].push_back(peak);
+        }
+    }
+    owned.Release();
+
+    if (o.json) {
+        std::cout << report.dump() << "\n";
+        return 0;
+    }
+    // Units follow from each quantity's name: *_dbm, *_db, *_us, *_hz, or a ratio.
+    auto unitOf = [](const std::string& key) -> std::string {
+        static const std::pair<std::string, std::string> kUnits[] = {
+            {"_dbm", "dBm"}, {"_db", "dB"}, {"_us", "us"}, {"_hz", "Hz"}};
+        for (const auto& [suffix, unit] : kUnits)
+            if (key.size() > suffix.size() && key.compare(key.size() - suffix.size(), suffix.size(), suffix) == 0)
+                return unit;
+        return "";
+    };
+    auto text = [](const json& v) {
+        if (v.is_null()) return std::string("not found");
+        char out[32];
+        std::snprintf(out, sizeof out, "%.4g", v.get<double>());
+        return std::string(out);
+    };
+    if (o.csv) {
+        std::cout << "section,item,quantity,value,unit\n";
+        auto row = [&](const std::string& section, const std::string& item, const std::string& key, const json& v) {
+            std::cout << section << "," << item << "," << key << "," << (v.is_null() ? "" : v.dump()) << ","
+                      << unitOf(key) << "\n";
+        };
+        for (const auto& [key, v] : report["trace"].items()) row("trace", "", key, v);
+        for (const json& g : report["gates"])
+            for (const auto& [key, v] : g.items())
+                if (key != "gate") row("gate", std::to_string(g["gate"].get<int>()), key, v);
+        int k = 0;
+        for (const json& p : report["peaks"]) {
+            for (const auto& [key, v] : p.items()) row("peak", std::to_string(k), key, v);
+            ++k;
+        }
+        return 0;
+    }
+    std::printf("%s @%d  %s  %d points over %g us\n", name.serial.c_str(), a,
+                fromFile ? o.source.c_str() : "fresh trace", length, sweep);
+    std::printf("trace\n");
+    for (const auto& [key, v] : report["trace"].items())
+        std::printf("  %-16s %s %s\n", key.c_str(), text(v).c_str(), v.is_null() ? "" : unitOf(key).c_str());
+    for (const json& g : report["gates"]) {
+        std::printf("gate %d  %g..%g us\n", g["gate"].get<int>(), g["start_us"].get<double>(),
+                    g["end_us"].get<double>());
+        for (const auto& [key, v] : g.items())
+            if (key != "gate" && key != "start_us" && key != "end_us")
+                std::printf("  %-16s %s %s\n", key.c_str(), text(v).c_str(), v.is_null() ? "" : unitOf(key).c_str());
+    }
+    std::printf("peaks  %-10s %-10s %-12s %-12s\n", "time us", "dBm", "left edge", "right edge");
+    for (const json& p : report["peaks"])
+        std::printf("       %-10s %-10s %-12s %-12s\n", text(p["time_us"]).c_str(), text(p["power_dbm"]).c_str(),
+                    text(p["left_edge_us"]).c_str(), text(p["right_edge_us"]).c_str());
+    return 0;
+}
+
+}  // namespace qvpower
