@@ -2,6 +2,7 @@
 // the test's own frozen into its analysis trace.
 #pragma once
 
+#include <cmath>
 #include <vector>
 
 #include "profiling/analysis.h"
@@ -16,6 +17,19 @@ inline std::vector<double> Pulses(int n, double base, double top,
     for (auto [from, to] : on)
         for (int i = from; i < to; ++i) w[i] = top;
     return w;
+}
+
+// A gate's, marker's or the whole trace's value read with `get`, whose result must be `code`.
+inline double ValueOf(std::int32_t (*get)(std::int32_t, std::int32_t, double*), int gate,
+                        int code = 1) {
+    double v = NAN;
+    EXPECT_EQ(get(kAddr, gate, &v), code);
+    return v;
+}
+inline double TraceValue(std::int32_t (*get)(std::int32_t, double*), int code = 1) {
+    double v = NAN;
+    EXPECT_EQ(get(kAddr, &v), code);
+    return v;
 }
 
 class AnalysisTest : public ProfilingTest {

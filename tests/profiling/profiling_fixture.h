@@ -25,6 +25,14 @@ inline constexpr int kTemperature = 2785 + 140 * 70;
 inline DeviceRecord& Record() { return Slot(kSlot); }
 inline TraceSettings& Trace() { return Slot(kSlot).trace; }
 
+// High-sense count at which row 140 reads `dbm` (between two of its entries).
+inline double HiCount(double dbm) {
+    const CalTempRow& row = Record().tempRows[140];
+    const double at = (dbm + 70.0) / 2.0;
+    const int j = static_cast<int>(at);
+    return row.hs[j].count + (row.hs[j + 1].count - row.hs[j].count) * (at - j);
+}
+
 // Counts of sample k of packet p: {high sense, low sense}.
 using CountsAt = std::function<std::pair<int, int>(int p, int k)>;
 

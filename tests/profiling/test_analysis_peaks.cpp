@@ -11,6 +11,7 @@ using namespace qv;
 using qv::test::AnalysisTest;
 using qv::test::kAddr;
 using qv::test::Record;
+using qv::test::ValueOf;
 
 namespace {
 
@@ -179,19 +180,16 @@ TEST_F(AnalysisTest, MarkerPointsTimesAndAmplitudes) {
     Freeze({-30, -20, -10, 0, 10}, 8.0, QV_UNIT_DBM);  // 2 us per point
     const MarkerRecord& m = Record().analysisSetup.markers[9];
     int p = 0, valid = 9;
-    double v = 0;
     EXPECT_EQ(PP_SetMarkerPosition(kAddr, 9, 1), -1);  // off
     ASSERT_EQ(PP_SetMarkerMode(kAddr, 9, 1), 1);
     ASSERT_EQ(PP_SetMarkerPositionTime(kAddr, 9, 4.9), 1);  // nearest point: 2
     EXPECT_EQ(m.pos, 2);
     EXPECT_DOUBLE_EQ(m.time, 4.9e-6);
-    ASSERT_EQ(PP_GetMarkerPositionTime(kAddr, 9, &v), 1);
-    EXPECT_NEAR(v, 4.0, 1e-9);
+    EXPECT_NEAR(ValueOf(PP_GetMarkerPositionTime, 9), 4.0, 1e-9);
     EXPECT_EQ(m.amp, 0.0);  // a time does not refresh the amplitude
-    ASSERT_EQ(PP_GetMarkerAmp(kAddr, 9, &v), 1);
-    EXPECT_NEAR(v, -10.0, 1e-9);
+    EXPECT_NEAR(ValueOf(PP_GetMarkerAmp, 9), -10.0, 1e-9);
     ASSERT_EQ(PP_SetMarkerPosition(kAddr, 9, 4), 1);  // the last point
-    EXPECT_EQ(PP_GetMarkerAmp(kAddr, 9, &v), -1);
+    ValueOf(PP_GetMarkerAmp, 9, -1);
     ASSERT_EQ(PP_MarkerPosIsValid(kAddr, 9, &valid), 1);
     EXPECT_EQ(valid, 0);
     EXPECT_EQ(PP_SetMarkerDeltaTime(kAddr, 9, 1.0), -1);  // mode 1
@@ -207,10 +205,8 @@ TEST_F(AnalysisTest, MarkerPointsTimesAndAmplitudes) {
     ASSERT_EQ(PP_SetMarkerMode(kAddr, 9, 2), 1);
     ASSERT_EQ(PP_SetMarkerDeltaTime(kAddr, 9, 4.0), 1);
     EXPECT_EQ(m.deltaPos, 3);
-    ASSERT_EQ(PP_GetMarkerDeltaTime(kAddr, 9, &v), 1);
-    EXPECT_NEAR(v, 4.0, 1e-9);
-    ASSERT_EQ(PP_GetMarkerDeltaAmp(kAddr, 9, &v), 1);
-    EXPECT_NEAR(v, 20.0, 1e-9);
+    EXPECT_NEAR(ValueOf(PP_GetMarkerDeltaTime, 9), 4.0, 1e-9);
+    EXPECT_NEAR(ValueOf(PP_GetMarkerDeltaAmp, 9), 20.0, 1e-9);
     ASSERT_EQ(PP_GetMarkerPosition(kAddr, 9, &p), 1);
     EXPECT_EQ(p, 3);
     EXPECT_EQ(PP_SetMarkerDeltaTime(kAddr, 9, 6.5), -1);  // beyond the sweep

@@ -17,6 +17,7 @@
 #include "support/peer_process.h"
 
 using namespace qv;
+using qv::test::HiCount;
 using qv::test::kAddr;
 using qv::test::Packets;
 using qv::test::ProfilingTest;
@@ -76,14 +77,6 @@ TEST(DelayedPlan, TheSpanCoversTheSweepTimeFromTheDelayInsideTheAcquisition) {
 
 // ---------------------------------------------------------------- crafted traces
 
-// High-sense count at which row 140 reads `dbm` (between two of its entries).
-double HiCount(double dbm) {
-    const CalTempRow& row = Record().tempRows[140];
-    const double at = (dbm + 70.0) / 2.0;
-    const int j = static_cast<int>(at);
-    return row.hs[j].count + (row.hs[j + 1].count - row.hs[j].count) * (at - j);
-}
-
 // A record of row `row` whose high sense steps from -50 to -40 dBm at record point `step`.
 std::vector<std::uint8_t> StepRecord(int row, long long step) {
     const int packets = SweepConfigRow(row).packets;
@@ -98,19 +91,28 @@ void ExpectStep(const std::vector<double>& trace, int step, double shift = 0.0) 
         ASSERT_NEAR(trace[i], (i < step ? -50.0 : -40.0) + shift, 0.05) << i;
 }
 
-using Acquisition = ProfilingTest;
+class Acquisition : public ProfilingTest {
+protected:
+    static void Sweep(int usec, int source) {
+        ASSERT_EQ(PP_SetSweepTime(kAddr, usec), 1);
+        ASSERT_EQ(PP_SetTriggerSoure(kAddr, source), 1);
+    }
+    // A trace of `n` points taken from `address`, which answers `code`.
+    static std::vector<double> Take(int n, int code = 1, int address = kAddr) {
+        std::vector<double> trace(static_cast<std::size_t>(n));
+        std::int32_t count = 0;
+        EXPECT_EQ(PP_GetTrace(address, trace.data(), n, &count), code);
+        EXPECT_EQ(count, code == 1 ? n : 0);
+        return trace;
+    }
+};
 
 TEST_F(Acquisition, DirectTraceOfTheShortestSweepWithTheExternalTrigger) {
-    ASSERT_EQ(PP_SetSweepTime(kAddr, 10), 1);
-    ASSERT_EQ(PP_SetTriggerSoure(kAddr, 2), 1);
+    Sweep(10, 2);
     ASSERT_EQ(PP_GetTraceLength(kAddr), 480);
     Queue(StepRecord(0, 240));
     qvsim_transcript_clear(id_);
-    std::vector<double> trace(480);
-    std::int32_t count = 0;
-    ASSERT_EQ(PP_GetTrace(kAddr, trace.data(), 480, &count), 1);
-    EXPECT_EQ(count, 480);
-    ExpectStep(trace, 240);
+    ExpectStep(Take(480), 240);
     EXPECT_EQ(Trace().lastTmpRowHi, 140);
     const Strings t = Transfers(true);
     EXPECT_EQ((Strings(t.begin(), t.begin() + 4)),
@@ -118,38 +120,26 @@ TEST_F(Acquisition, DirectTraceOfTheShortestSweepWithTheExternalTrigger) {
 }
 
 TEST_F(Acquisition, OffsetIsAddedOnceOnTheDirectAndTheDelayedPath) {
-    ASSERT_EQ(PP_SetSweepTime(kAddr, 10), 1);
-    ASSERT_EQ(PP_SetTriggerSoure(kAddr, 2), 1);
+    Sweep(10, 2);
     Record().current.OffsetEnabled = 1;
     Record().current.Offset_DB = 3.0;
-    std::vector<double> trace(480);
-    std::int32_t count = 0;
     Queue(StepRecord(0, 240));
-    ASSERT_EQ(PP_GetTrace(kAddr, trace.data(), 480, &count), 1);
-    ExpectStep(trace, 240, 3.0);
+    ExpectStep(Take(480), 240, 3.0);
     // Delay mode, 2 us: row 16 from its 96th point on.
     ASSERT_EQ(PP_SetSweepDelayMode(kAddr, 1), 1);
     ASSERT_EQ(PP_SetSweepDelay(kAddr, 2), 1);
     Queue(StepRecord(16, 96 + 240));
-    ASSERT_EQ(PP_GetTrace(kAddr, trace.data(), 480, &count), 1);
-    ExpectStep(trace, 240, 3.0);
+    ExpectStep(Take(480), 240, 3.0);
 }
 
 TEST_F(Acquisition, UndersampledTwentyMillisecondSweepStartsAtTheDelay) {
-    ASSERT_EQ(PP_SetSweepTime(kAddr, 20000), 1);
-    ASSERT_EQ(PP_SetTriggerSoure(kAddr, 2), 1);
+    Sweep(20000, 2);
     ASSERT_EQ(PP_SetUndersampling20ms_50ms_100ms(kAddr, 1), 1);
-    std::vector<double> trace(10000);
-    std::int32_t count = 0;
-    Queue(StepRecord(23, 5000));  // 2 us per point: the step 10 ms in
-    ASSERT_EQ(PP_GetTrace(kAddr, trace.data(), 10000, &count), 1);
-    ExpectStep(trace, 5000);
-    // 5 ms of delay: the record's point 2500 is the trace's first.
+    // 2 us per point; 5 ms of delay: the record's point 2500 is the trace's first.
     ASSERT_EQ(PP_SetSweepDelayMode(kAddr, 1), 1);
     ASSERT_EQ(PP_SetSweepDelay(kAddr, 5000), 1);
     Queue(StepRecord(23, 7500));
-    ASSERT_EQ(PP_GetTrace(kAddr, trace.data(), 10000, &count), 1);
-    ExpectStep(trace, 5000);
+    ExpectStep(Take(10000), 5000);
 }
 
 // A search packet (row 11) whose high sense pulses to -40 dBm, or stays flat.
@@ -173,13 +163,11 @@ std::pair<std::vector<int>, int> Commands(const Strings& t) {
 
 TEST_F(Acquisition, TriggerSourcesPrepareTheSweepTheirOwnWay) {
     ASSERT_EQ(PP_SetSweepTime(kAddr, 10), 1);
-    std::vector<double> trace(480);
-    std::int32_t count = 0;
     // Automatic level found: a free-running search sweep, then a triggered one.
     Queue(SearchPacket(true));
     Queue(StepRecord(0, 240));
     qvsim_transcript_clear(id_);
-    ASSERT_EQ(PP_GetTrace(kAddr, trace.data(), 480, &count), 1);
+    Take(480);
     EXPECT_EQ(Trace().autoTrgLevelSet, 1);
     EXPECT_NEAR(Trace().autoTrgLevel, -41.0, 0.01);
     EXPECT_EQ(Trace().trgLevelEff, Trace().autoTrgLevel);
@@ -191,7 +179,7 @@ TEST_F(Acquisition, TriggerSourcesPrepareTheSweepTheirOwnWay) {
     Trace().autoTrgLevelSet = 0;
     Trace().trgLevelEff = -30.0;
     qvsim_transcript_clear(id_);
-    ASSERT_EQ(PP_GetTrace(kAddr, trace.data(), 480, &count), 1);
+    Take(480);
     EXPECT_EQ(Trace().autoTrgLevelSet, 0);
     EXPECT_EQ(Commands(Transfers(true)), (std::pair {std::vector<int> {0x6A, 0x6A}, 2}));
     // Internal level: thresholds, then a triggered sweep; no search.
@@ -199,7 +187,7 @@ TEST_F(Acquisition, TriggerSourcesPrepareTheSweepTheirOwnWay) {
     ASSERT_EQ(PP_SetTriggerLevel(kAddr, -5.0), 1);
     Queue(StepRecord(0, 240));
     qvsim_transcript_clear(id_);
-    ASSERT_EQ(PP_GetTrace(kAddr, trace.data(), 480, &count), 1);
+    const std::vector<double> trace = Take(480);
     EXPECT_EQ(Commands(Transfers(true)), (std::pair {std::vector<int> {0x29}, 2}));
     ExpectStep(trace, 240);
 }
@@ -277,20 +265,14 @@ INSTANTIATE_TEST_SUITE_P(Profiling, Codes, ::testing::ValuesIn(kCodes),
                          [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(Acquisition, TraceLengthOfEverySweepTime) {
-    const int lengths[kUserSweepRows] = {480, 960, 2400, 4800, 9600, 10000, 10000, 10000,
-                                         10000, 10000, 10000, 10000, 10000, 10000, 10000, 10000};
     for (int row = 0; row < kUserSweepRows; ++row) {
         ASSERT_EQ(PP_SetSweepTime(kAddr, SweepConfigRow(row).sweepTimeUsec), 1);
-        EXPECT_EQ(PP_GetTraceLength(kAddr), lengths[row]);
+        EXPECT_EQ(PP_GetTraceLength(kAddr), SweepConfigRow(row).traceLength);
     }
     Record().inUse = 2;
     EXPECT_EQ(PP_GetTraceLength(kAddr), 0);
     Record().inUse = 1;
 }
-
-}  // namespace
-
-namespace {
 
 TEST_F(Acquisition, ATraceIsTakenWhileAnotherProcessHoldsItsOwnTraceSensor) {
     AddSensor("PRO002", 10, "QV442A");
@@ -298,17 +280,13 @@ TEST_F(Acquisition, ATraceIsTakenWhileAnotherProcessHoldsItsOwnTraceSensor) {
     ASSERT_TRUE(peer.Started());
     ASSERT_GE(std::stoi(peer.Ask("init PRO002")), 1);
     ASSERT_EQ(Slot(1).ownerPid, static_cast<std::uint32_t>(peer.Pid()));
-    ASSERT_EQ(PP_SetSweepTime(kAddr, 10), 1);
-    ASSERT_EQ(PP_SetTriggerSoure(kAddr, 2), 1);
+    Sweep(10, 2);
     Queue(StepRecord(0, 240));
-    std::vector<double> trace(480);
-    std::int32_t count = 0;
-    ASSERT_EQ(PP_GetTrace(kAddr, trace.data(), 480, &count), 1);
-    ExpectStep(trace, 240);
+    ExpectStep(Take(480), 240);
     // The other process's sensor: refused, its settings as they were.
     EXPECT_EQ(PP_SetTriggerSoure(10, 1), -1);
     EXPECT_EQ(PP_SetSweepTime(10, 10), 0);
-    EXPECT_EQ(PP_GetTrace(10, trace.data(), 480, &count), -1);
+    Take(480, -1, 10);
     EXPECT_EQ(PP_GetTraceLength(10), -1);
     const TraceSettings& other = Slot(1).trace;
     EXPECT_EQ(other.trgSource, 0);
