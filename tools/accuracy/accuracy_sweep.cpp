@@ -15,8 +15,8 @@ constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
 }  // namespace
 
-const std::vector<SensorSpec>& SurveySensors() {
-    static const std::vector<SensorSpec> sensors = {
+const std::vector<SurveySensor>& SurveySensors() {
+    static const std::vector<SurveySensor> sensors = {
         {"low group, class P (1, 2, 3, 66, ...)", "QV222A", "ACC002", 21, 1.0e10, true, true, 0, 0},
         {"4, 105, 106", "QV331A", "ACC004", 22, 1.25e10, false, false, -15.0, -8.0},
         {"5, 69, 79, 107, 108", "QV332A", "ACC005", 23, 1.8e10, false, false, -15.0, -8.0},
@@ -27,11 +27,11 @@ const std::vector<SensorSpec>& SurveySensors() {
     return sensors;
 }
 
-std::vector<double> SurveyFrequencies(const SensorSpec& sensor) {
+std::vector<double> SurveyFrequencies(const SurveySensor& sensor) {
     return {5.0e7, 1.0e9, 6.0e9, sensor.topHz};
 }
 
-Band CrossoverBand(const SensorSpec& sensor, double hz) {
+Band CrossoverBand(const SurveySensor& sensor, double hz) {
     if (!sensor.lowGroup) return {sensor.bandLower, sensor.bandUpper};
     if (hz <= 6.0e9) return {-30.0, -20.0};
     if (hz <= 8.0e9) return {-25.0, -18.0};
@@ -39,7 +39,7 @@ Band CrossoverBand(const SensorSpec& sensor, double hz) {
     return {-15.0, -10.0};
 }
 
-Region RegionOf(const SensorSpec& sensor, double hz, double dbm) {
+Region RegionOf(const SurveySensor& sensor, double hz, double dbm) {
     const Band band = CrossoverBand(sensor, hz);
     if (dbm < band.lower) return Region::kHsOnly;
     if (dbm > band.upper) return Region::kLsOnly;
@@ -54,7 +54,7 @@ const char* RegionName(Region region) {
     }
 }
 
-bool IsCalibratedLevel(const SensorSpec& sensor, double hz, double dbm) {
+bool IsCalibratedLevel(const SurveySensor& sensor, double hz, double dbm) {
     const long level = std::lround(dbm);
     if (static_cast<double>(level) != dbm || level % 2 != 0) return false;
     switch (RegionOf(sensor, hz, dbm)) {
@@ -64,10 +64,10 @@ bool IsCalibratedLevel(const SensorSpec& sensor, double hz, double dbm) {
     }
 }
 
-bool SensorBench::Open(const std::vector<SensorSpec>& sensors, std::string* error) {
+bool SensorBench::Open(const std::vector<SurveySensor>& sensors, std::string* error) {
     sensors_ = sensors;
     ids_.clear();
-    for (const SensorSpec& s : sensors_) {
+    for (const SurveySensor& s : sensors_) {
         qvsim_sensor_config config;
         qvsim_sensor_config_init(&config);
         config.serial = s.serial;
@@ -123,7 +123,7 @@ std::vector<int> SensorBench::SurveyTemperatures(std::size_t i) const {
 }
 
 CwPoint SensorBench::MeasureCW(std::size_t i, double dbm, double hz, int temperature) {
-    const SensorSpec& s = sensors_[i];
+    const SurveySensor& s = sensors_[i];
     CwPoint p {dbm, hz, temperature, ReadCW(i, dbm, hz, temperature) - dbm, RegionOf(s, hz, dbm),
                IsCalibratedLevel(s, hz, dbm), OnCalibrationGrid(i, hz), false};
     p.hsAtZero = p.region == Region::kBand && dbm >= HsClipDbm(i, hz, temperature);

@@ -14,7 +14,7 @@
 namespace qv::accuracy {
 
 // One sensor of the survey: a model of one calibration grid group.
-struct SensorSpec {
+struct SurveySensor {
     const char* group;    // the models that share its grid, as the docs name them
     const char* product;  // product string, which names the model
     const char* serial;
@@ -29,7 +29,7 @@ struct SensorSpec {
 // the three coarse groups of class S models with the band -15..-8 dBm, the
 // coarse group of class P models with the band -30..-20 dBm; then the low
 // group's class S (model 64), which merges differently above the band.
-const std::vector<SensorSpec>& SurveySensors();
+const std::vector<SurveySensor>& SurveySensors();
 
 // Where a level lies for a sensor at a frequency.
 enum class Region { kHsOnly, kBand, kLsOnly };
@@ -37,13 +37,13 @@ struct Band {
     double lower;
     double upper;
 };
-Band CrossoverBand(const SensorSpec& sensor, double hz);
-Region RegionOf(const SensorSpec& sensor, double hz, double dbm);
+Band CrossoverBand(const SurveySensor& sensor, double hz);
+Region RegionOf(const SurveySensor& sensor, double hz, double dbm);
 const char* RegionName(Region region);
 
 // Levels at which the calibration holds a count of the path that reads them
 // (hs -70..-20, ls -30..+20 dBm in 2 dB steps; hs below the band, ls above it).
-bool IsCalibratedLevel(const SensorSpec& sensor, double hz, double dbm);
+bool IsCalibratedLevel(const SurveySensor& sensor, double hz, double dbm);
 
 // One CW reading against the input power, and what explains its error.
 struct CwPoint {
@@ -82,10 +82,10 @@ struct PulseReading {
 class SensorBench {
 public:
     // Adds and initialises the sensors; false with a message on failure.
-    bool Open(const std::vector<SensorSpec>& sensors, std::string* error);
+    bool Open(const std::vector<SurveySensor>& sensors, std::string* error);
 
     std::size_t size() const { return sensors_.size(); }
-    const SensorSpec& spec(std::size_t i) const { return sensors_[i]; }
+    const SurveySensor& sensor(std::size_t i) const { return sensors_[i]; }
 
     // Temperature counts: at calibration, and `rows` temperature rows away from it.
     int CalibrationTemperature(std::size_t i) const;
@@ -126,7 +126,7 @@ public:
 private:
     bool Prepare(std::size_t i, double hz, int temperature, std::int32_t averages);
 
-    std::vector<SensorSpec> sensors_;
+    std::vector<SurveySensor> sensors_;
     std::vector<int> ids_;
 };
 
@@ -146,6 +146,6 @@ struct ErrorStats {
 // The CW sweep's levels and frequencies.
 inline constexpr double kLowestDbm = -65.0;
 inline constexpr double kHighestDbm = 20.0;
-std::vector<double> SurveyFrequencies(const SensorSpec& sensor);  // 50 MHz, 1 GHz, 6 GHz, top
+std::vector<double> SurveyFrequencies(const SurveySensor& sensor);  // 50 MHz, 1 GHz, 6 GHz, top
 
 }  // namespace qv::accuracy

@@ -60,7 +60,7 @@ struct CwSurvey {
 };
 
 CwSurvey SurveyCW(SensorBench& bench, std::size_t i) {
-    CwSurvey s {SurveyFrequencies(bench.spec(i)), bench.SurveyTemperatures(i), {}};
+    CwSurvey s {SurveyFrequencies(bench.sensor(i)), bench.SurveyTemperatures(i), {}};
     for (double hz : s.freqs)
         for (int t : s.temps)
             for (double dbm = kLowestDbm; dbm <= kHighestDbm; dbm += 1.0) s.points.push_back(bench.MeasureCW(i, dbm, hz, t));
@@ -73,7 +73,7 @@ bool Counted(const CwPoint& p) { return !p.hsAtZero; }
 
 // Every band that reaches above the hs path's top calibrated level (-20 dBm):
 // the low group above 6 GHz (all three such bands), the models with -15..-8 dBm.
-std::vector<double> FrequenciesOfHighBands(const SensorSpec& s) {
+std::vector<double> FrequenciesOfHighBands(const SurveySensor& s) {
     if (s.lowGroup) return {7.0e9, 8.5e9, 9.5e9, s.topHz};
     if (s.bandUpper > -20.0) return {5.0e7, 1.0e9, 6.0e9, 1.2e10, s.topHz};
     return {};
@@ -126,7 +126,7 @@ blend 5 % `hs` with 95 % `ls` there.
 
 void WriteSensors(std::ostream& doc, SensorBench& bench) {
     for (std::size_t i = 0; i < bench.size(); ++i) {
-        const SensorSpec& s = bench.spec(i);
+        const SurveySensor& s = bench.sensor(i);
         const std::vector<int> t = bench.SurveyTemperatures(i);
         const double kelvin = (t[2] - t[0]) / bench.CountsPerKelvin(i);
         doc << "| " << s.group << " | " << s.product << " (" << s.serial << ") | "
@@ -184,7 +184,7 @@ the error would be the simulator's, not the method's.
         hsAtZero.Merge(clipped);
         const bool ok = counted.MaxAbs() <= kCwTargetDb;
         withinTarget = withinTarget && ok;
-        doc << "| " << bench.spec(i).product << " | " << counted.count << " |" << Cells(counted)
+        doc << "| " << bench.sensor(i).product << " | " << counted.count << " |" << Cells(counted)
             << (ok ? " yes" : " **no**") << " | " << clipped.count << " |"
             << (clipped.count ? " " + Mdb(clipped.worst) + " (" + Fixed(clipped.worstAt, 0) + ")" : std::string(" -"))
             << " |\n";
@@ -214,7 +214,7 @@ at the calibration temperature.
         const ErrorStats e = cw[i].Stats([&](const CwPoint& p) { return p.temperature == t[1] && !p.hsAtZero; });
         const ErrorStats f = cw[i].Stats([&](const CwPoint& p) { return p.temperature == t[2] && !p.hsAtZero; });
         onGrid.Merge(a), offGrid.Merge(b), between.Merge(c), band.Merge(d), cold.Merge(e), warm.Merge(f);
-        doc << "| " << bench.spec(i).product << " |" << Cells(a) << Cells(b) << Cells(c) << Cells(d) << Cells(e)
+        doc << "| " << bench.sensor(i).product << " |" << Cells(a) << Cells(b) << Cells(c) << Cells(d) << Cells(e)
             << Cells(f) << "\n";
     }
     // Calibrated levels on a grid frequency at a row's own temperature: nothing
@@ -223,7 +223,7 @@ at the calibration temperature.
     for (std::size_t i = 0; i < bench.size(); ++i) {
         const double f = bench.GridFrequencyNear(i, 1.0e9);
         for (double dbm = -70.0; dbm <= 20.0; dbm += 2.0)
-            if (IsCalibratedLevel(bench.spec(i), f, dbm))
+            if (IsCalibratedLevel(bench.sensor(i), f, dbm))
                 quantisation.Add(bench.MeasureCW(i, dbm, f, bench.CalibrationRowTemperature(i)).error, dbm);
     }
     withinTarget = withinTarget && quantisation.MaxAbs() <= kCalibratedTargetDb;
@@ -295,7 +295,7 @@ Max (at) and RMS in mdB over the 86 levels; readings with `hs` at 0 left out.
 )";
     for (std::size_t i = 0; i < bench.size(); ++i) {
         for (double f : cw[i].freqs) {
-            doc << "| " << bench.spec(i).product << " | " << Ghz(f) << " |";
+            doc << "| " << bench.sensor(i).product << " | " << Ghz(f) << " |";
             for (int t : cw[i].temps)
                 doc << Cells(cw[i].Stats([&](const CwPoint& p) { return p.hz == f && p.temperature == t && Counted(p); }));
             doc << "\n";
@@ -319,9 +319,9 @@ power from which the simulated `hs` count is 0 (the detector's own figure).
     ErrorStats highBands;
     double clipLowest = 1000.0, clipHighest = -1000.0;
     for (std::size_t i = 0; i < bench.size(); ++i) {
-        const SensorSpec& spec = bench.spec(i);
-        for (double f : FrequenciesOfHighBands(spec)) {
-            const Band b = CrossoverBand(spec, f);
+        const SurveySensor& sensor = bench.sensor(i);
+        for (double f : FrequenciesOfHighBands(sensor)) {
+            const Band b = CrossoverBand(sensor, f);
             const int t = bench.CalibrationTemperature(i);
             ErrorStats counted, whole;
             for (double dbm = b.lower - 3.0; dbm <= b.upper + 3.0; dbm += 0.25) {
@@ -332,7 +332,7 @@ power from which the simulated `hs` count is 0 (the detector's own figure).
             highBands.Merge(counted);
             clipLowest = std::min(clipLowest, bench.HsClipDbm(i, f, t));
             clipHighest = std::max(clipHighest, bench.HsClipDbm(i, f, t));
-            doc << "| " << spec.product << " | " << Ghz(f) << " | " << Fixed(b.lower, 0) << ".." << Fixed(b.upper, 0)
+            doc << "| " << sensor.product << " | " << Ghz(f) << " | " << Fixed(b.lower, 0) << ".." << Fixed(b.upper, 0)
                 << " | " << Fixed(bench.HsClipDbm(i, f, t), 2) << " | " << Mdb(counted.worst) << " ("
                 << Fixed(counted.worstAt, 2) << ") | " << Mdb(whole.worst) << " (" << Fixed(whole.worstAt, 2) << ") |\n";
         }
@@ -379,8 +379,8 @@ duty cycle = width / period. Errors: powers in mdB, duty cycle in percentage poi
     ErrorStats pulseAll, peakAll, averageAll, averageFrom10, dutyAll;
     std::ostringstream pulseTables;
     for (std::size_t i : {std::size_t {0}, std::size_t {2}}) {
-        const SensorSpec& spec = bench.spec(i);
-        pulseTables << "### " << spec.product << "\n\n| On (dBm) | Duty (%) | Pulse | Peak | Average | Duty cycle |\n"
+        const SurveySensor& sensor = bench.sensor(i);
+        pulseTables << "### " << sensor.product << "\n\n| On (dBm) | Duty (%) | Pulse | Peak | Average | Duty cycle |\n"
                     << "|---|---|---|---|---|---|\n";
         for (double on : kPulseOnDbm) {
             for (double duty : kDutyPercent) {
@@ -430,7 +430,7 @@ duty cycle = width / period. Errors: powers in mdB, duty cycle in percentage poi
     const int levels = static_cast<int>(kHighestDbm - kLowestDbm) + 1;
     for (std::size_t i = 0; i < bench.size(); ++i) {
         const CwSurvey& s = cw[i];
-        doc << "<details><summary>" << bench.spec(i).product << "</summary>\n\n| dBm |";
+        doc << "<details><summary>" << bench.sensor(i).product << "</summary>\n\n| dBm |";
         for (double f : s.freqs) doc << " " << Ghz(f) << " | | |";
         doc << "\n|---|";
         for (std::size_t c = 0; c < 3 * s.freqs.size(); ++c) doc << "---|";
