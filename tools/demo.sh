@@ -8,7 +8,7 @@ bash tools/setup.sh
 
 build=build/demo
 cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DQV_BUILD_TESTS=OFF -DQV_BUILD_BENCH=OFF >/dev/null
-cmake --build "$build" -j "$(nproc)" >/dev/null
+cmake --build "$build" -j "$(nproc)" --target qvpower qvsim qvsim_usbdrvd >/dev/null
 
 # Everything machine-wide goes into a namespace and directory of the demo's own.
 export QV_API2_NAMESPACE="demo$$"
