@@ -15,9 +15,12 @@
 #include <vector>
 
 #include "qv_api2.h"
+#include "survey_doc.h"
 #include "sim/qvsim.h"
 
 namespace {
+
+using qv::accuracy::Fixed;
 
 constexpr int kAddr = 9;
 constexpr double kOn = 0.0, kOff = -35.0;
@@ -101,13 +104,6 @@ Edges Ieee181(const std::vector<double>& dbm, double dt) {
     return e;
 }
 
-std::string F(const char* format, double v) {
-    if (std::isnan(v)) return "-";
-    char text[64];
-    std::snprintf(text, sizeof text, format, v);
-    return text;
-}
-
 double Pct(double measured, double truth) { return 100 * (measured / truth - 1); }
 
 }  // namespace
@@ -117,13 +113,8 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "usage: qv_analysis_accuracy FILE (through qv_test_env, or with QV_SIM_BUS set)\n");
         return 2;
     }
-    qvsim_sensor_config config;
-    qvsim_sensor_config_init(&config);
-    config.serial = "ANA001";
-    config.product = "QV442A";
-    config.address = kAddr;
-    const int id = qvsim_sensor_add(&config);
-    if (id < 0 || QV_InitializeSensor_SN("ANA001") < 1 || PP_SetTriggerSoure(kAddr, 2) != 1) {
+    const int id = qv::accuracy::AddTraceSensor("ANA001", kAddr);
+    if (id < 0) {
         std::fprintf(stderr, "qv_analysis_accuracy: no trace sensor\n");
         return 2;
     }
@@ -175,11 +166,11 @@ for T/5 from T/8 into each period, off -35 dBm, 10 %..90 % edges of T/100), free
             droop = Gate(PP_GetGateDroop, s + T / 50, s + w - T / 50);
             overshoot = Gate(PP_GetGateOverShoot, s - t.edge, s + w);
         }
-        doc << "| " << sweep << " | " << F("%+.2f", Pct(width, w)) << " | " << F("%+.3f", Pct(prt, t.period))
-            << " | " << F("%+.3f", Pct(prf, 1e6 / t.period)) << " | " << F("%+.2f", Pct(duty, 0.4)) << " | "
-            << F("%+.3f", crest - trueCrest) << " | " << F("%+.1f", Pct(rise, t.edge)) << " | "
-            << F("%+.1f", Pct(fall, t.edge)) << " | " << F("%+.1f", Pct(e.rise, t.edge)) << " | "
-            << F("%+.1f", Pct(e.fall, t.edge)) << " | " << F("%.3f", droop) << " | " << F("%.3f", overshoot)
+        doc << "| " << sweep << " | " << Fixed("%+.2f", Pct(width, w)) << " | " << Fixed("%+.3f", Pct(prt, t.period))
+            << " | " << Fixed("%+.3f", Pct(prf, 1e6 / t.period)) << " | " << Fixed("%+.2f", Pct(duty, 0.4)) << " | "
+            << Fixed("%+.3f", crest - trueCrest) << " | " << Fixed("%+.1f", Pct(rise, t.edge)) << " | "
+            << Fixed("%+.1f", Pct(fall, t.edge)) << " | " << Fixed("%+.1f", Pct(e.rise, t.edge)) << " | "
+            << Fixed("%+.1f", Pct(e.fall, t.edge)) << " | " << Fixed("%.3f", droop) << " | " << Fixed("%.3f", overshoot)
             << " |\n";
     }
 
@@ -230,10 +221,10 @@ of the window (-12.96 dBm) and the minimum against -40 dBm.
         double mx = NAN, av = NAN, mn = NAN, hmx = NAN, hav = NAN, hmn = NAN;
         const bool ok = QV_MeasureBurst_DBM(kAddr, length / 10, length * 8 / 10, 0, &mx, &av, &mn) == 1;
         const bool half = QV_MeasureBurst_DBM(kAddr, length / 2, length, 0, &hmx, &hav, &hmn) == 1;
-        doc << "| " << length << " | " << (ok ? F("%+.0f", 1000 * (mx + 10)) : "failed") << " | "
-            << (ok ? F("%+.0f", 1000 * (av + 10)) : "") << " | " << (ok ? F("%+.0f", 1000 * (mn + 10)) : "")
-            << " | " << (half ? F("%+.0f", 1000 * (hav - halfAverage)) : "failed") << " | "
-            << (half ? F("%+.0f", 1000 * (hmn + 40)) : "") << " |\n";
+        doc << "| " << length << " | " << (ok ? Fixed("%+.0f", 1000 * (mx + 10)) : "failed") << " | "
+            << (ok ? Fixed("%+.0f", 1000 * (av + 10)) : "") << " | " << (ok ? Fixed("%+.0f", 1000 * (mn + 10)) : "")
+            << " | " << (half ? Fixed("%+.0f", 1000 * (hav - halfAverage)) : "failed") << " | "
+            << (half ? Fixed("%+.0f", 1000 * (hmn + 40)) : "") << " |\n";
     }
     doc << R"(
 On the top, the three readings are right to the mdB at every length; with half the
@@ -243,18 +234,5 @@ the edges' points weigh more).
 )";
     QV_UninitializeSensor_SN("ANA001");
 
-    std::string text;
-    {
-        std::ifstream in(argv[1]);
-        std::ostringstream all;
-        all << in.rdbuf();
-        text = all.str();
-    }
-    const std::size_t at = text.find("## Analysis");
-    if (at != std::string::npos) text.erase(at);
-    else if (!text.empty()) text += "\n";
-    std::ofstream out(argv[1]);
-    out << text << doc.str();
-    std::fputs(doc.str().c_str(), stdout);
-    return out ? 0 : 1;
+    return qv::accuracy::ReplaceSection(argv[1], "## Analysis", doc.str()) ? 0 : 1;
 }

@@ -13,9 +13,12 @@
 #include <vector>
 
 #include "qv_api2.h"
+#include "survey_doc.h"
 #include "sim/qvsim.h"
 
 namespace {
+
+using qv::accuracy::Fixed;
 
 constexpr int kAddr = 7;
 constexpr double kOn = 0.0, kOff = -35.0;
@@ -92,13 +95,6 @@ bool Trace(double sweep, int delay, std::vector<double>& trace) {
     return PP_GetTrace(kAddr, trace.data(), static_cast<std::int32_t>(trace.size()), &count) == 1;
 }
 
-std::string F(const char* format, double v) {
-    if (std::isnan(v)) return "-";
-    char text[64];
-    std::snprintf(text, sizeof text, format, v);
-    return text;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -106,13 +102,8 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "usage: qv_trace_accuracy FILE (through qv_test_env, or with QV_SIM_BUS set)\n");
         return 2;
     }
-    qvsim_sensor_config config;
-    qvsim_sensor_config_init(&config);
-    config.serial = "TRC001";
-    config.product = "QV442A";
-    config.address = kAddr;
-    const int id = qvsim_sensor_add(&config);
-    if (id < 0 || QV_InitializeSensor_SN("TRC001") < 1 || PP_SetTriggerSoure(kAddr, 2) != 1) {
+    const int id = qv::accuracy::AddTraceSensor("TRC001", kAddr);
+    if (id < 0) {
         std::fprintf(stderr, "qv_trace_accuracy: no trace sensor\n");
         return 2;
     }
@@ -144,9 +135,9 @@ axis, point k at k x T / (points - 1): 0.01 % long for 10,000 points.
             continue;
         }
         const Reading r = Read(trace, sweep, 0, t);
-        doc << "| " << sweep << " | " << trace.size() << " | " << F("%+.0f", 1000 * (r.top - kOn)) << " | "
-            << F("%+.2f", 100 * (r.width / t.width - 1)) << " | " << F("%+.2f", 100 * (r.period / t.period - 1))
-            << " | " << F("%+.1f", 100 * (r.rise / t.edge - 1)) << " | " << F("%+.1f", 100 * (r.fall / t.edge - 1))
+        doc << "| " << sweep << " | " << trace.size() << " | " << Fixed("%+.0f", 1000 * (r.top - kOn)) << " | "
+            << Fixed("%+.2f", 100 * (r.width / t.width - 1)) << " | " << Fixed("%+.2f", 100 * (r.period / t.period - 1))
+            << " | " << Fixed("%+.1f", 100 * (r.rise / t.edge - 1)) << " | " << Fixed("%+.1f", 100 * (r.fall / t.edge - 1))
             << " |\n";
     }
     doc << R"(
@@ -181,23 +172,10 @@ middle.
         double expected = t.start;
         while (expected < d[1]) expected += t.period;
         doc << "| " << d[0] << " | " << d[1] << " | " << trace.size() << " | "
-            << F("%+.3f", r.firstRise - expected) << " | " << F("%+.2f", 100 * (r.period / t.period - 1))
+            << Fixed("%+.3f", r.firstRise - expected) << " | " << Fixed("%+.2f", 100 * (r.period / t.period - 1))
             << " |\n";
     }
     QV_UninitializeSensor_SN("TRC001");
 
-    std::string text;
-    {
-        std::ifstream in(argv[1]);
-        std::ostringstream all;
-        all << in.rdbuf();
-        text = all.str();
-    }
-    const std::size_t at = text.find("## Traces");
-    if (at != std::string::npos) text.erase(at);
-    else if (!text.empty()) text += "\n";
-    std::ofstream out(argv[1]);
-    out << text << doc.str();
-    std::fputs(doc.str().c_str(), stdout);
-    return out ? 0 : 1;
+    return qv::accuracy::ReplaceSection(argv[1], "## Traces", doc.str()) ? 0 : 1;
 }
