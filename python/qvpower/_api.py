@@ -50,10 +50,11 @@ def call(export, *args, ok=(1,), sensor=None):
     if code in ok:
         return code
     elapsed = time.monotonic() - started
-    not_owned = code in (-1, 0) and sensor is not None and not sensor._held_here()
+    timed_out = code == -1 and elapsed >= 0.95 * _sys_timeout_s
+    not_owned = (code in (-1, 0) and not timed_out and sensor is not None
+                 and sensor._held_here() is False)
     shown = ", ".join(_show(a) for a in args)
-    raise errors.error_for(export, shown, code, not_owned=not_owned,
-                           timed_out=code == -1 and elapsed >= 0.95 * _sys_timeout_s)
+    raise errors.error_for(export, shown, code, not_owned=not_owned, timed_out=timed_out)
 
 
 def out(ctype=ctypes.c_double):

@@ -201,9 +201,14 @@ class Sensor:
         return f"<Sensor {self.serial} {self.model_name} @{self.address} {state}>"
 
     def _held_here(self):
+        """Whether this process holds the sensor; None when the library cannot say."""
         lib = _api.lib()
         index = lib.QV_GetIndex_SN(self.serial.encode("ascii"))
-        return index != 0 and lib.QV_IsDeviceMine_Idx(abs(index)) == 1
+        if index == 0:
+            return False
+        if -5 <= index < 0:
+            return None
+        return lib.QV_IsDeviceMine_Idx(abs(index)) == 1
 
     def _check_applied(self, export, arguments, wanted, got):
         if got != wanted:
