@@ -24,14 +24,17 @@ ResponsePoint = namedtuple("ResponsePoint", "frequency_hz amplitude_db")
 
 FREE, THIS_PROCESS, OTHER_PROCESS = "free", "this process", "another process"
 
-# Model codes as the library reports them, with the names sensors are sold under.
+# Model codes as the library reports them, with their names as qvpower (the
+# command-line tool) shows them; the library itself reports codes only.
 _MODELS = {0: "QV2xxA family", 1: "QV221A", 2: "QV222A", 3: "QV223A", 4: "QV331A", 5: "QV332A",
            6: "QV333A", 7: "QV441A", 8: "QV442A", 64: "OEMOEM", 65: "RUNSET", 66: "R7777A",
            67: "R7701A", 68: "R7702A", 69: "R7703A", 70: "R7704A", 71: "R7705A", 76: "R7777B",
            77: "R7701B", 78: "R7702B", 79: "R7703B", 80: "R7704B", 81: "R7705B", 95: "VRT2",
-           101: "TK7110", 102: "TK7120", 103: "TK8110", 104: "TK8120", 105: "TK6110",
-           106: "TK6120", 107: "TK6310", 108: "TK6320", 109: "TK6510", 110: "TK7410",
-           111: "TK7320", 112: "TK8410", 113: "TK8320"}
+           101: "TK7110 or TKS7110", 102: "TK7120 or TKS7120", 103: "TK8110 or TKS8110",
+           104: "TK8120 or TKS8120", 105: "TK6110 or TKS6110", 106: "TK6120 or TKS6120",
+           107: "TK6310 or TKS6310", 108: "TK6320 or TKS6320", 109: "TK6510 or TKS6510",
+           110: "TK7410 or TKS7410", 111: "TK7320 or TKS7320", 112: "TK8410 or TKS8410",
+           113: "TK8320 or TKS8320"}
 
 
 def model_name(code):
