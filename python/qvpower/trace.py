@@ -35,8 +35,8 @@ def find_peaks(power_dbm, excursion_db, threshold_dbm, limit=100, by_value=False
     export = "PP_GetPeaksFromTr_Val" if by_value else "PP_GetPeaksFromTr_Idx"
     call(export, p.ctypes.data_as(ctypes.POINTER(_D)), i32(p.size, "length"), 0, float(excursion_db),
          float(threshold_dbm), found, i32(limit, "limit"), ctypes.byref(count))
-    step = (sweep_time_us or 0) * 1e-6 / max(p.size - 1, 1)
-    return _peaks_c(found, count.value, lambda i: i * step)
+    sweep, last = float(sweep_time_us or 0), max(p.size - 1, 1)
+    return _peaks_c(found, count.value, lambda i: (i * sweep / last) * 1e-6)
 
 
 class Trace:

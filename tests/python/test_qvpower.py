@@ -140,6 +140,9 @@ def test_trace_and_its_analysis(sensor, tmp_path):
     assert (gate.pulse_width_us, gate.prt_us, gate.duty_cycle) == pytest.approx((100, 400, 0.25), rel=0.03)
     peaks = trace.peaks()
     assert len(peaks) >= 2 and all(p.power_dbm == pytest.approx(0, abs=0.5) for p in peaks)
+    alone = qvpower.find_peaks(trace.power_dbm, sensor.pulse_criteria_db, sensor.measurement_threshold_dbm,
+                               sweep_time_us=trace.sweep_time_us)
+    assert alone == peaks
     edges = trace.pulse_edges(peaks[0].index)
     assert (edges.right_s - edges.left_s) * 1e6 == pytest.approx(100, rel=0.05)
     marker = trace.marker(1)
