@@ -70,10 +70,10 @@ def i32(value, what="value"):
                 raise ValueError
             value = int(value)
         except (TypeError, ValueError, OverflowError):
-            raise errors.RefusedError("(argument)", repr(value), -1,
-                                      f"{what} must be a whole number") from None
+            raise errors.RefusedError("", repr(value), -1,
+                                      f"{what} {value!r} refused: not a whole number") from None
     if not -2**31 <= value < 2**31:
-        raise errors.RefusedError("(argument)", repr(value), -1, f"{what} is outside the 32-bit range")
+        raise errors.RefusedError("", repr(value), -1, f"{what} {value!r} refused: outside 32 bits")
     return value
 
 

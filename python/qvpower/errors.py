@@ -15,7 +15,7 @@ class QVError(Exception):
 
     def __init__(self, export, arguments, code, meaning, note=""):
         self.export, self.arguments, self.code, self.meaning = export, arguments, code, meaning
-        message = f"{export}({arguments}) returned {code}: {meaning}"
+        message = f"{export}({arguments}) returned {code}: {meaning}" if export else meaning
         super().__init__(message + (f" ({note})" if note else ""))
 
 
