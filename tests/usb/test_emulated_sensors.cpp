@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "device/driver.h"
@@ -118,6 +119,25 @@ TEST_F(EmulatedSensors, HandlesStringsRequestsAndPipesBehaveAsTheLibraryRelies) 
     qv::driver::CloseDevHandle(device);
     EXPECT_EQ(qv::driver::OpenWinUSBHandle(device), -1);
     EXPECT_LT(qv::driver::RequestIn(winusb, 2, 206, reply, 1), 0);
+}
+
+TEST_F(EmulatedSensors, ASensorPulledOutDuringAReadFailsItWithinItsTimeOut) {
+    const QvDrvHandle device = qv::driver::OpenDevHandle(1);
+    ASSERT_GT(device, 0);
+    const QvDrvHandle winusb = qv::driver::OpenWinUSBHandle(device);
+    std::thread puller([] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        qvsim_sensor_unplug(ids_[1]);
+    });
+    std::vector<std::uint8_t> block(512);
+    std::uint32_t moved = 0;
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_LT(qv::driver::PipeRead(winusb, block.data(), 512, &moved, 5000), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+    puller.join();
+    std::uint8_t reply[1] = {};
+    EXPECT_LT(qv::driver::RequestIn(winusb, 2, 206, reply, 1), 0);
+    qv::driver::CloseDevHandle(device);
 }
 
 TEST_F(EmulatedSensors, InitialisesWithTheCalibrationReadThenMeasuresCwAndTakesATrace) {

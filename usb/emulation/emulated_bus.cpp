@@ -13,6 +13,7 @@
 #include <mutex>
 #include <vector>
 
+#include "sim/qvsim.h"
 #include "sim/qvsim_driver.h"
 
 namespace qvusb {
@@ -136,6 +137,7 @@ struct EmulatedDevice {
     EmulatedBus::Device config;
     EmulatedBus::Impl* bus = nullptr;
     QvDrvHandle simWinUsb = -1;
+    int simId = -1;
     Bytes descriptors;
     std::mutex guard;
     // URBs submitted and not reaped: waiting for data, and finished.
@@ -155,6 +157,14 @@ struct EmulatedBus::Impl {
 };
 
 namespace {
+
+bool Unplugged(const EmulatedDevice& d) {
+    qvsim_sensor_info info{};
+    return qvsim_sensor_info_get(d.simId, &info) != QVSIM_OK || info.plugged == 0;
+}
+
+// A failed transfer: a stall, or what the kernel reports for a device that is gone.
+int FailureStatus(const EmulatedDevice& d) { return Unplugged(d) ? -ESHUTDOWN : -EPIPE; }
 
 usbdevfs_urb* Urb(UMockdevIoctlData* data) { return reinterpret_cast<usbdevfs_urb*>(data->data); }
 
@@ -226,7 +236,7 @@ void Control(EmulatedDevice& d, usbdevfs_urb* urb, std::uint8_t* buffer) {
             result = -1;
         }
     }
-    if (result < 0) return Finish(urb, -EPIPE, 0);
+    if (result < 0) return Finish(urb, FailureStatus(d), 0);
     Finish(urb, 0, result);
 }
 
@@ -253,7 +263,7 @@ bool TryBulk(EmulatedDevice& d, UMockdevIoctlData* urbData, std::uint32_t waitMs
     }
     umockdev_ioctl_data_unref(buffer);
     if (result < 0) {
-        Finish(urb, -EPIPE, 0);
+        Finish(urb, FailureStatus(d), 0);
         return true;
     }
     if (moved == 0 && urb->buffer_length > 0) return false;
@@ -302,6 +312,7 @@ gboolean HandleIoctl(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer u
             umockdev_ioctl_client_complete(client, -1, ENODATA);  // no kernel driver bound
             return TRUE;
         case USBDEVFS_SUBMITURB: {
+            if (Unplugged(d)) return Fail(client, ENODEV);
             UMockdevIoctlData* held = Resolve(arg, sizeof(usbdevfs_urb));
             if (held == nullptr) return Fail(client, EFAULT);
             usbdevfs_urb* urb = Urb(held);
@@ -401,6 +412,7 @@ bool EmulatedBus::Add(const Device& config) {
     const QvDrvHandle simDevice = QV_USBDRVD_OpenDevHandle(config.simIndex, 0, &kSensorClass);
     if (simDevice <= 0) return false;
     d->simWinUsb = QV_USBDRVD_OpenWinUSBHandle(simDevice);
+    d->simId = qvsim_sensor_at_index(config.simIndex);
 
     const int number = static_cast<int>(impl_->devices.size()) + 2;  // 1 is the root hub's
     char name[32], node[64], devnum[16];
