@@ -28,6 +28,7 @@ constexpr std::uint8_t kMsVendorCode = 0x20;
 // How long one reap of a pending bulk read lets the simulated sensor take to
 // bring something before the reap answers "not yet" (EAGAIN).
 constexpr std::uint32_t kReapPollMs = 1;
+constexpr std::uint32_t kMaxPacket = 512;
 
 void Put16(Bytes& b, std::size_t v) { b.insert(b.end(), {std::uint8_t(v), std::uint8_t(v >> 8)}); }
 void Put32(Bytes& b, std::size_t v) {
@@ -140,8 +141,15 @@ struct EmulatedDevice {
     int simId = -1;
     Bytes descriptors;
     std::mutex guard;
-    // URBs submitted and not reaped: waiting for data, and finished.
-    std::deque<UMockdevIoctlData*> waiting, finished;
+    // URBs submitted and not reaped (waiting for data, and finished), each with
+    // its data buffer, both resolved at submission: umockdev writes them back
+    // into the client when the reap that hands the URB over completes.
+    struct Submitted {
+        UMockdevIoctlData* urb;
+        UMockdevIoctlData* buffer;
+        std::uint32_t done;  // bytes moved so far
+    };
+    std::deque<Submitted> waiting, finished;
 };
 
 struct EmulatedBus::Impl {
@@ -240,35 +248,38 @@ void Control(EmulatedDevice& d, usbdevfs_urb* urb, std::uint8_t* buffer) {
     Finish(urb, 0, result);
 }
 
-// Tries a waiting bulk URB against the simulated sensor: true when it finished.
-bool TryBulk(EmulatedDevice& d, UMockdevIoctlData* urbData, std::uint32_t waitMs) {
-    usbdevfs_urb* urb = Urb(urbData);
-    GError* error = nullptr;
-    UMockdevIoctlData* buffer = umockdev_ioctl_data_resolve(urbData, offsetof(usbdevfs_urb, buffer),
-                                                            static_cast<gsize>(urb->buffer_length), &error);
-    if (buffer == nullptr) {
-        g_clear_error(&error);
-        Finish(urb, -EFAULT, 0);
-        return true;
-    }
+// Tries a waiting bulk URB against the simulated sensor: true when it
+// finished. As on the wire, an IN URB ends when it is full or after a short
+// packet (less than the 512-byte maximum). The simulated sensor hands out
+// what is ready so far, in any amount, so a URB ends short only once its
+// bytes stop coming at a length no whole number of packets makes.
+bool TryBulk(EmulatedDevice& d, EmulatedDevice::Submitted& u, std::uint32_t waitMs) {
+    usbdevfs_urb* urb = Urb(u.urb);
+    const auto length = static_cast<std::uint32_t>(urb->buffer_length);
     std::uint32_t moved = 0;
     std::int32_t result = -1;
     try {
-        const auto length = static_cast<std::uint32_t>(urb->buffer_length);
         result = (urb->endpoint & 0x80)
-                     ? QV_USBDRVD_PipeReadTimeout(d.simWinUsb, urb->endpoint, buffer->data, length, &moved, waitMs)
-                     : QV_USBDRVD_PipeWriteTimeout(d.simWinUsb, urb->endpoint, buffer->data, length, &moved, waitMs);
+                     ? QV_USBDRVD_PipeReadTimeout(d.simWinUsb, urb->endpoint, u.buffer->data + u.done, length - u.done,
+                                                  &moved, waitMs)
+                     : QV_USBDRVD_PipeWriteTimeout(d.simWinUsb, urb->endpoint, u.buffer->data, length, &moved, waitMs);
     } catch (...) {
         result = -1;
     }
-    umockdev_ioctl_data_unref(buffer);
     if (result < 0) {
-        Finish(urb, FailureStatus(d), 0);
+        Finish(urb, FailureStatus(d), static_cast<int>(u.done));
         return true;
     }
-    if (moved == 0 && urb->buffer_length > 0) return false;
-    Finish(urb, 0, static_cast<int>(moved));
+    u.done += moved;
+    const bool ended = moved == 0 && u.done % kMaxPacket != 0;
+    if (u.done < length && !ended) return false;
+    Finish(urb, 0, static_cast<int>(u.done));
     return true;
+}
+
+void Release(const EmulatedDevice::Submitted& u) {
+    umockdev_ioctl_data_unref(u.buffer);
+    umockdev_ioctl_data_unref(u.urb);
 }
 
 // What a pointer argument points to, in the client's memory.
@@ -316,26 +327,28 @@ gboolean HandleIoctl(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer u
             UMockdevIoctlData* held = Resolve(arg, sizeof(usbdevfs_urb));
             if (held == nullptr) return Fail(client, EFAULT);
             usbdevfs_urb* urb = Urb(held);
-            if (urb->type == USBDEVFS_URB_TYPE_CONTROL) {
-                d.bus->Count(&EmulatedBus::Counts::controlUrbs);
-                GError* error = nullptr;
-                UMockdevIoctlData* buffer = umockdev_ioctl_data_resolve(
-                    held, offsetof(usbdevfs_urb, buffer), static_cast<gsize>(urb->buffer_length), &error);
-                if (buffer == nullptr) {
-                    g_clear_error(&error);
-                    umockdev_ioctl_data_unref(held);
-                    return Fail(client, EFAULT);
-                }
-                Control(d, urb, buffer->data);
-                umockdev_ioctl_data_unref(buffer);
-                d.finished.push_back(held);
-            } else if (urb->type == USBDEVFS_URB_TYPE_BULK &&
-                       (urb->endpoint == QV_DRV_PIPE_IN || urb->endpoint == QV_DRV_PIPE_OUT)) {
-                d.bus->Count(&EmulatedBus::Counts::bulkUrbs);
-                (TryBulk(d, held, 0) ? d.finished : d.waiting).push_back(held);
-            } else {
+            const bool control = urb->type == USBDEVFS_URB_TYPE_CONTROL;
+            const bool bulk = urb->type == USBDEVFS_URB_TYPE_BULK &&
+                              (urb->endpoint == QV_DRV_PIPE_IN || urb->endpoint == QV_DRV_PIPE_OUT);
+            GError* error = nullptr;
+            UMockdevIoctlData* buffer =
+                (control || bulk) && urb->buffer_length >= 0
+                    ? umockdev_ioctl_data_resolve(held, offsetof(usbdevfs_urb, buffer),
+                                                  static_cast<gsize>(urb->buffer_length), &error)
+                    : nullptr;
+            g_clear_error(&error);
+            if (buffer == nullptr) {
                 umockdev_ioctl_data_unref(held);
-                return Fail(client, EINVAL);
+                return Fail(client, control || bulk ? EFAULT : EINVAL);
+            }
+            EmulatedDevice::Submitted u{held, buffer, 0};
+            if (control) {
+                d.bus->Count(&EmulatedBus::Counts::controlUrbs);
+                Control(d, urb, buffer->data);
+                d.finished.push_back(u);
+            } else {
+                d.bus->Count(&EmulatedBus::Counts::bulkUrbs);
+                (TryBulk(d, u, 0) ? d.finished : d.waiting).push_back(u);
             }
             umockdev_ioctl_client_complete(client, 0, 0);
             return TRUE;
@@ -345,16 +358,15 @@ gboolean HandleIoctl(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer u
             gulong address = 0;
             std::memcpy(&address, arg->data, std::min<std::size_t>(sizeof address, static_cast<std::size_t>(arg->data_len)));
             for (auto it = d.waiting.begin(); it != d.waiting.end(); ++it) {
-                if ((*it)->client_addr != address) continue;
+                if (it->urb->client_addr != address) continue;
                 d.bus->Count(&EmulatedBus::Counts::discards);
-                Finish(Urb(*it), -ENOENT, 0);
+                Finish(Urb(it->urb), -ENOENT, static_cast<int>(it->done));
                 d.finished.push_back(*it);
                 d.waiting.erase(it);
                 umockdev_ioctl_client_complete(client, 0, 0);
                 return TRUE;
             }
-            umockdev_ioctl_client_complete(client, -1, EINVAL);
-            return TRUE;
+            return Fail(client, EINVAL);
         }
         case USBDEVFS_REAPURB:
         case USBDEVFS_REAPURBNDELAY: {
@@ -366,22 +378,20 @@ gboolean HandleIoctl(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer u
             }
             if (d.finished.empty()) {
                 d.bus->Count(&EmulatedBus::Counts::emptyReaps);
-                umockdev_ioctl_client_complete(client, -1, EAGAIN);
-                return TRUE;
+                return Fail(client, EAGAIN);
             }
             UMockdevIoctlData* slot = Resolve(arg, sizeof(void*));
             if (slot == nullptr) return Fail(client, EFAULT);
-            UMockdevIoctlData* urb = d.finished.front();
+            const EmulatedDevice::Submitted u = d.finished.front();
             d.finished.pop_front();
-            umockdev_ioctl_data_set_ptr(slot, 0, urb);
-            umockdev_ioctl_data_unref(urb);
-            umockdev_ioctl_data_unref(slot);
+            umockdev_ioctl_data_set_ptr(slot, 0, u.urb);
             umockdev_ioctl_client_complete(client, 0, 0);
+            umockdev_ioctl_data_unref(slot);
+            Release(u);
             return TRUE;
         }
         default:
-            umockdev_ioctl_client_complete(client, -1, ENOTTY);
-            return TRUE;
+            return Fail(client, ENOTTY);
     }
 }
 
