@@ -13,6 +13,7 @@
 #include "device/driver.h"
 #include "qv_api2.h"
 #include "sim/qvsim.h"
+#include "support/process.h"
 #include "usb/emulation/emulated_bus.h"
 
 namespace {
@@ -76,6 +77,16 @@ TEST_F(EmulatedSensors, FindsTheSensorsByTheirGuidInAStableOrderAndNarrowsByIds)
     EXPECT_EQ(QV_SensorCnt(), 0);
     unsetenv("QV_USB_IDS");
     EXPECT_EQ(Serials(), expected);
+}
+
+// The program the udev rule runs, in a process of its own on the same bus:
+// exit 0 for the sensors (devices 2 and 3), 1 for the others, 2 for bad usage.
+TEST_F(EmulatedSensors, TheUdevProbeRecognisesTheSensorsOnly) {
+    using qv::test::RunProcess;
+    for (auto [devnum, status] : {std::pair{"2", 0}, {"3", 0}, {"4", 1}, {"5", 1}, {"9", 1}})
+        EXPECT_EQ(RunProcess({QV_USB_PROBE_PATH, "1", devnum}), status) << devnum;
+    for (auto bad : {std::vector<std::string>{QV_USB_PROBE_PATH, "1"}, {QV_USB_PROBE_PATH, "1", "x"}, {QV_USB_PROBE_PATH, "0", "2"}})
+        EXPECT_EQ(RunProcess(bad), 2);
 }
 
 TEST_F(EmulatedSensors, HandlesStringsRequestsAndPipesBehaveAsTheLibraryRelies) {
