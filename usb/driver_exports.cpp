@@ -50,9 +50,9 @@ int ReadString(OpenDevice& open, std::int32_t index, std::string& text) {
     {
         std::lock_guard<std::mutex> lock(open.languageGuard);
         if (open.language == 0) {
+            // A device that stalls the language list gets US English, as most answer to it.
             const int got = libusb_get_string_descriptor(open.handle, 0, 0, buffer, sizeof buffer);
-            if (got < 0) return got;
-            open.language = FirstLanguage(buffer, static_cast<std::size_t>(got));
+            open.language = FirstLanguage(buffer, static_cast<std::size_t>(std::max(got, 0)));
         }
     }
     const int got = libusb_get_string_descriptor(open.handle, static_cast<std::uint8_t>(index), open.language,
@@ -98,10 +98,12 @@ std::int32_t ControlRequest(bool in, QvDrvHandle winusb, std::int32_t requestTyp
     return result >= 0 ? result : Failure(result);
 }
 
-// A bulk transfer of `length` bytes in pieces within one overall time-out (0:
-// none, as for WinUSB). 1 when it ended normally (short or whole), 0 when it
-// timed out before any byte moved, a negative libusb result when it failed
-// (a stalled pipe is cleared for the next transfer).
+// A bulk transfer of `length` bytes in pieces within one overall time-out. A
+// time-out of 0 takes what comes within 1 ms rather than waiting for ever: a
+// transfer that never ends would hold the machine-wide lock for good. 1 when
+// it ended normally (short or whole), 0 when it timed out before any byte
+// moved, a negative libusb result when it failed (a stalled pipe is cleared
+// for the next transfer).
 std::int32_t BulkTransfer(std::uint8_t endpoint, QvDrvHandle winusb, std::uint8_t* buffer, std::uint32_t length,
                           std::uint32_t* transferred, std::uint32_t timeoutMs) {
     if (transferred == nullptr || (length > 0 && buffer == nullptr)) return LIBUSB_ERROR_INVALID_PARAM;
@@ -109,19 +111,17 @@ std::int32_t BulkTransfer(std::uint8_t endpoint, QvDrvHandle winusb, std::uint8_
     const auto open = DeviceOfWinUsb(winusb);
     if (!open) return LIBUSB_ERROR_NOT_FOUND;
     using Clock = std::chrono::steady_clock;
+    timeoutMs = std::max<std::uint32_t>(timeoutMs, 1);
     const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
     std::uint32_t done = 0;
     int result = 0;
     do {
-        unsigned left = 0;
-        if (timeoutMs != 0) {
-            const auto ms = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
-            if (ms <= 0) {
-                result = LIBUSB_ERROR_TIMEOUT;
-                break;
-            }
-            left = static_cast<unsigned>(ms);
+        const auto ms = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+        if (ms <= 0) {
+            result = LIBUSB_ERROR_TIMEOUT;
+            break;
         }
+        const auto left = static_cast<unsigned>(ms);
         const std::uint32_t piece = std::min(length - done, kBulkPiece);
         int moved = 0;
         result = libusb_bulk_transfer(open->handle, endpoint, buffer + done, static_cast<int>(piece), &moved, left);
