@@ -390,7 +390,8 @@ void LibraryUnload(std::uintptr_t library) {
     if (library) dlclose(reinterpret_cast<void*>(library));
 }
 
-const char* DefaultDriverFile() { return "libQVUSBDRVD.so"; }
+// Our own driver library on libusb (usb/), found by the dynamic loader.
+const char* DefaultDriverFile() { return "libqvusbdrvd.so"; }
 
 // Never needed here: at exit the process detaches from an exit handler while the
 // driver library still works (see LibraryLoad).

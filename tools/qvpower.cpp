@@ -21,6 +21,7 @@
 #include "qvpower_sensors.h"
 #include "qvpower_analyse.h"
 #include "qvpower_trace.h"
+#include "usb_access.h"
 
 using namespace qvpower;
 // Keys stay in the order written: readings read naturally, also by eye.
@@ -100,6 +101,10 @@ std::string Number(double value) { return json(value).dump(); }
 
 int RunList(Format format) {
     const std::vector<ListedSensor> sensors = ListSensors();
+    if (sensors.empty()) {
+        const std::string hint = UsbAccessHint();
+        if (!hint.empty()) std::cerr << "qvpower: " << hint << "\n";
+    }
     if (format == Format::Csv) std::cout << "index,serial,address,model,model_name,owner\n";
     if (format == Format::Text) {
         if (sensors.empty()) std::cout << "no sensors on the bus\n";
@@ -439,6 +444,9 @@ int main(int argc, char** argv) {
         if (*analyse) return RunAnalyse(analyseOptions);
     } catch (const ExportFailure& failure) {
         ReportFailure(failure, flags.json);
+        // A sensor not found may be one the user may not open.
+        const std::string hint = failure.code == 0 ? UsbAccessHint() : std::string();
+        if (!hint.empty()) std::cerr << "qvpower: " << hint << "\n";
         return kExitFailed;
     } catch (const CLI::ValidationError& e) {
         std::cerr << "qvpower: " << e.what() << "\n";
