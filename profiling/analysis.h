@@ -80,6 +80,9 @@ struct GateScale {
     double sweepUsec;
     double criteriaDb;    // PulseCriteria_DB
 };
+// out[i] = std::max(p[i], floor) for n points, two at a time.
+void RaiseToFloor(const double* p, int n, double floor, double* out);
+bool GateAveragePower(const double* p, int n, double* dbm);
 bool GateDroop(const double* p, int n, double* db);
 bool GateOverShoot(const double* p, int n, double* db);
 bool GateRiseTime(const double* p, int n, const GateScale& s, double* usec);
@@ -117,6 +120,10 @@ enum class PeakOrder { kIndex, kValue };
 // (equal values keep index order). At most `maxCount` peaks.
 void FindPeaks(const double* x, int n, double excursionDb, double thresholdDbm, PeakOrder order,
                int maxCount, std::vector<PP_Peak>& peaks);
+// The same search on a trace of watts: the peaks and values FindPeaks finds
+// on its dBm values, without converting every point.
+void FindPeaksInWatts(const double* w, int n, double excursionDb, double thresholdDbm,
+                      PeakOrder order, int maxCount, std::vector<PP_Peak>& peaks);
 
 std::int32_t GetPeaks(std::int32_t address, PeakOrder order, PP_Peak* peaks, std::int32_t maxCount,
                       std::int32_t* count);

@@ -4,28 +4,32 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <vector>
 
 #include "profiling/analysis.h"
+#include "profiling/pairs.h"
 
 namespace qv {
 
 namespace {
 
-// Sums in four interleaved parts: a single running sum waits on every add,
-// which on whole traces costs four times as long; the rounding differs from
-// it only in the last bits.
+// Sums in four interleaved parts, point i in lane i % 4: a single running
+// sum waits on every add, which on whole traces costs four times as long; the
+// rounding differs from it only in the last bits. The lanes are two pairs of
+// doubles that the processor adds, compares and selects two at a time; every
+// lane still adds in point order, and a lane-wise maximum gives what one
+// running maximum gives (a NaN first point included).
 double Sum(const double* p, int n) {
-    double s0 = 0.0, s1 = 0.0, s2 = 0.0, s3 = 0.0;
+    Pair s01 = {0.0, 0.0}, s23 = s01;
     int i = 0;
     for (; i + 4 <= n; i += 4) {
-        s0 += p[i];
-        s1 += p[i + 1];
-        s2 += p[i + 2];
-        s3 += p[i + 3];
+        s01 += LoadPair(p + i);
+        s23 += LoadPair(p + i + 2);
     }
+    double s0 = s01[0];
     for (; i < n; ++i) s0 += p[i];
-    return (s0 + s1) + (s2 + s3);
+    return (s0 + s01[1]) + (s23[0] + s23[1]);
 }
 
 double Mean(const double* p, int from, int to) {  // inclusive
@@ -46,6 +50,10 @@ bool Finite(double v, double* out) {
 }
 
 }  // namespace
+
+bool GateAveragePower(const double* p, int n, double* dbm) {
+    return n >= 1 && Finite(AnalysisDbm(Mean(p, 0, n - 1)), dbm);
+}
 
 bool GateDroop(const double* p, int n, double* db) {
     if (n < 3) return false;
@@ -103,22 +111,85 @@ bool GateFallTime(const double* p, int n, const GateScale& s, double* usec) {
     return Finite(std::fabs(t10 - t90) * s.usecPerPoint, usec);
 }
 
+namespace {
+
+// The two passes of the first-pulse finder keep the four lanes of Sum, so
+// that they too match a plain loop to the bit.
+struct PassFigures {
+    double max;
+    double sum;
+};
+
+PassFigures MaxAndSum(const double* p, int n) {
+    Pair m01 = {p[0], p[0]}, m23 = m01;
+    Pair s01 = {0.0, 0.0}, s23 = s01;
+    int i = 0;
+    for (; i + 4 <= n; i += 4) {
+        const Pair a = LoadPair(p + i), b = LoadPair(p + i + 2);
+        s01 += a;
+        s23 += b;
+        m01 = a > m01 ? a : m01;
+        m23 = b > m23 ? b : m23;
+    }
+    double m[4] = {m01[0], m01[1], m23[0], m23[1]};
+    double s0 = s01[0];
+    for (; i < n; ++i) {
+        s0 += p[i];
+        m[0] = p[i] > m[0] ? p[i] : m[0];
+    }
+    double max = m[0];
+    for (int j = 1; j < 4; ++j) max = m[j] > max ? m[j] : max;
+    return {max, (s0 + s01[1]) + (s23[0] + s23[1])};
+}
+
+// Points above the mean: their sum (in lane order) and number. The count is
+// kept in doubles beside the sums (exact far beyond a trace's length).
+struct HighGroup {
+    double sum;
+    int count;
+};
+
+HighGroup AboveMean(const double* p, int n, double mean) {
+    const Pair level = {mean, mean}, zero = {0.0, 0.0}, one = {1.0, 1.0};
+    Pair h01 = zero, h23 = zero, c01 = zero, c23 = zero;
+    int i = 0;
+    for (; i + 4 <= n; i += 4) {
+        const Pair a = LoadPair(p + i), b = LoadPair(p + i + 2);
+        h01 += a > level ? a : zero;
+        h23 += b > level ? b : zero;
+        c01 += a > level ? one : zero;
+        c23 += b > level ? one : zero;
+    }
+    double h[4] = {h01[0], h01[1], h23[0], h23[1]};
+    double c[4] = {c01[0], c01[1], c23[0], c23[1]};
+    for (; i < n; ++i) {  // the last points keep their lanes
+        h[i & 3] += p[i] > mean ? p[i] : 0.0;
+        c[i & 3] += p[i] > mean ? 1.0 : 0.0;
+    }
+    return {(h[0] + h[1]) + (h[2] + h[3]), static_cast<int>((c[0] + c[1]) + (c[2] + c[3]))};
+}
+
+}  // namespace
+
+void RaiseToFloor(const double* p, int n, double floor, double* out) {
+    const Pair f = {floor, floor};
+    int i = 0;
+    for (; i + 2 <= n; i += 2) {
+        const Pair a = LoadPair(p + i);
+        const Pair r = a < f ? f : a;  // as std::max: a NaN point stays NaN
+        std::memcpy(out + i, &r, sizeof r);
+    }
+    for (; i < n; ++i) out[i] = std::max(p[i], floor);
+}
+
 bool FindFirstPulse(const double* p, int n, double criteriaDb, FirstPulse* pulse) {
     if (n < 6) return false;
-    double max = p[0];
-    for (int i = 0; i < n; ++i) max = p[i] > max ? p[i] : max;
-    const double sum = Sum(p, n);
+    const PassFigures f = MaxAndSum(p, n);
+    const double max = f.max, sum = f.sum;
     const double mean = sum / n;
-    // The split follows the trace; the high group is summed branch-free in
-    // four parts like Sum, the low group is the rest.
-    double h[4] = {0.0, 0.0, 0.0, 0.0};
-    int highCount = 0;
-    for (int i = 0; i < n; ++i) {
-        const bool high = p[i] > mean;
-        h[i & 3] += high ? p[i] : 0.0;
-        highCount += high;
-    }
-    const double highSum = (h[0] + h[1]) + (h[2] + h[3]);
+    const HighGroup high = AboveMean(p, n, mean);
+    const double highSum = high.sum;
+    const int highCount = high.count;
     const double lowSum = sum - highSum;
     const int lowCount = n - highCount;
     if (lowCount == 0 || highCount == 0) return false;
@@ -279,7 +350,7 @@ bool PrepareGate(std::int32_t address, std::int32_t gate, bool floor, GatePoints
     if (floor) {
         if (g->n < 3) return false;
         const double threshold = AnalysisWatts(r.analysisSetup.measThreshold);
-        for (int i = 0; i < g->n; ++i) floorBuffer[i] = std::max(g->p[i], threshold);
+        RaiseToFloor(g->p, g->n, threshold, floorBuffer);
         g->p = floorBuffer;
     }
     return true;
@@ -303,7 +374,7 @@ std::int32_t GetGateAveragePower(std::int32_t address, std::int32_t gate, double
     GatePoints g;
     if (!PrepareGate(address, gate, false, &g)) return -1;
     double v;
-    if (!Finite(AnalysisDbm(Mean(g.p, 0, g.n - 1)), &v)) return -1;
+    if (!GateAveragePower(g.p, g.n, &v)) return -1;
     *dbm = v;
     return 1;
 }
