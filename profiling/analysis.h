@@ -80,8 +80,14 @@ struct GateScale {
     double sweepUsec;
     double criteriaDb;    // PulseCriteria_DB
 };
-// out[i] = std::max(p[i], floor) for n points, two at a time.
-void RaiseToFloor(const double* p, int n, double floor, double* out);
+// The largest point of a gate and the sum of its points (in four lanes,
+// point i in lane i % 4), as the first-pulse finder takes them.
+struct GateFigures {
+    double max;
+    double sum;
+};
+// out[i] = std::max(p[i], floor) for n points; the figures of out.
+GateFigures RaiseToFloor(const double* p, int n, double floor, double* out);
 bool GateAveragePower(const double* p, int n, double* dbm);
 bool GateDroop(const double* p, int n, double* db);
 bool GateOverShoot(const double* p, int n, double* db);
@@ -91,10 +97,15 @@ struct FirstPulse {
     int rise;  // first point above the level
     int fall;  // first point after it below the level
 };
-bool FindFirstPulse(const double* p, int n, double criteriaDb, FirstPulse* pulse);
-bool GatePulseWidth(const double* p, int n, const GateScale& s, double* usec);
-bool GatePulsePower(const double* p, int n, const GateScale& s, double* dbm);
-bool GatePRT(const double* p, int n, const GateScale& s, double* usec);
+// `figures`: those of p when the caller has them (from RaiseToFloor), else null.
+bool FindFirstPulse(const double* p, int n, double criteriaDb, FirstPulse* pulse,
+                    const GateFigures* figures = nullptr);
+bool GatePulseWidth(const double* p, int n, const GateScale& s, double* usec,
+                    const GateFigures* figures = nullptr);
+bool GatePulsePower(const double* p, int n, const GateScale& s, double* dbm,
+                    const GateFigures* figures = nullptr);
+bool GatePRT(const double* p, int n, const GateScale& s, double* usec,
+             const GateFigures* figures = nullptr);
 
 std::int32_t GetGateAveragePower(std::int32_t address, std::int32_t gate, double* dbm);
 std::int32_t GetGatePeakPower(std::int32_t address, std::int32_t gate, double* dbm);

@@ -7,6 +7,8 @@
 namespace qv {
 
 typedef double Pair __attribute__((vector_size(16)));
+// What comparing two Pairs gives: -1 where it holds, 0 where not.
+typedef long long PairMask __attribute__((vector_size(16)));
 
 inline Pair LoadPair(const double* p) {
     Pair v;
