@@ -97,8 +97,8 @@ struct WattPoints {
     double ratio, inverse;  // the excursion as a power ratio, and 1 / it
     bool byRatio;           // false: the excursion itself is out of range
     int valley = 0, top = 0;
-    // Where a comparison with the valley or top is settled by ratio: above
-    // `hi` true, below `lo` false (NaN bounds settle nothing).
+    // A comparison with the valley or top is settled by ratio for a point
+    // outside [lo, hi] of it (NaN bounds settle nothing).
     double riseLo = 0.0, riseHi = 0.0, belowLo = 0.0, belowHi = 0.0;
     double fallLo = 0.0, fallHi = 0.0, aboveLo = 0.0, aboveHi = 0.0;
 
