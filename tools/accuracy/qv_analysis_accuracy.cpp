@@ -1,7 +1,8 @@
 // The analysis section of docs/accuracy.md: gates, pulse edges and burst
 // readings of simulated burst trains through the exports, against the
-// waveform's true parameters, and the gate edge times beside 10 %/90 % times
-// read from the same trace between its top and base.
+// waveform's true parameters, clean and at several noise levels, and the gate
+// edge times beside 10 %/90 % times read from the same trace between its top
+// and base.
 //
 // Usage (after qv_trace_accuracy, which writes the section before it):
 //   build/tests/qv_test_env build/tools/accuracy/qv_analysis_accuracy docs/accuracy.md
