@@ -6,8 +6,7 @@
 // the tops) in watts, as the analysis trace holds it. Counters:
 //   ns_per_point  CPU time of one call per trace point
 //   usb_pct       CPU time of one call in per cent of the sweep's USB time (target < 1)
-// Peak search includes the conversion of the whole trace to dBm that every
-// search of the analysis trace makes.
+// Gate measurements from droop on include raising the gate to the threshold.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -42,16 +41,17 @@ void SetCounters(benchmark::State& state) {
                            benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
 }
 
-// Each measurement from droop on first copies the gate raised to the threshold.
+// Each measurement from droop on first copies the gate raised to the threshold,
+// which gives the figures the pulse finder starts from.
 template <class Measure>
 void Gate(benchmark::State& state, Measure measure) {
     const std::vector<double>& p = Train();
     std::vector<double> floored(kPoints);
     const double floor = qv::AnalysisWatts(-55.0);
     for (auto _ : state) {
-        for (int i = 0; i < kPoints; ++i) floored[i] = std::max(p[i], floor);
+        const qv::GateFigures f = qv::RaiseToFloor(p.data(), kPoints, floor, floored.data());
         double v = 0;
-        benchmark::DoNotOptimize(measure(floored.data(), &v));
+        benchmark::DoNotOptimize(measure(floored.data(), f, &v));
         benchmark::DoNotOptimize(v);
     }
     SetCounters(state);
@@ -60,49 +60,70 @@ void Gate(benchmark::State& state, Measure measure) {
 void GateAveragePower(benchmark::State& state) {
     const std::vector<double>& p = Train();
     for (auto _ : state) {
-        double sum = 0;
-        for (double v : p) sum += v;
-        benchmark::DoNotOptimize(qv::AnalysisDbm(sum / kPoints));
+        double v = 0;
+        benchmark::DoNotOptimize(qv::GateAveragePower(p.data(), kPoints, &v));
+        benchmark::DoNotOptimize(v);
     }
     SetCounters(state);
 }
 BENCHMARK(GateAveragePower);
 
 void GateDroop(benchmark::State& state) {
-    Gate(state, [](const double* p, double* v) { return qv::GateDroop(p, kPoints, v); });
+    Gate(state, [](const double* p, const qv::GateFigures&, double* v) { return qv::GateDroop(p, kPoints, v); });
 }
 BENCHMARK(GateDroop);
 
 // A gate from the start to the top of the pulse at 5000 (its last point, 5024).
 void GateRiseTime(benchmark::State& state) {
-    Gate(state, [](const double* p, double* v) { return qv::GateRiseTime(p, 5025, kScale, v); });
+    Gate(state, [](const double* p, const qv::GateFigures&, double* v) {
+        return qv::GateRiseTime(p, 5025, kScale, v);
+    });
 }
 BENCHMARK(GateRiseTime);
 
 void GatePulseWidth(benchmark::State& state) {
-    Gate(state, [](const double* p, double* v) { return qv::GatePulseWidth(p, kPoints, kScale, v); });
+    Gate(state, [](const double* p, const qv::GateFigures& f, double* v) {
+        return qv::GatePulseWidth(p, kPoints, kScale, v, &f);
+    });
 }
 BENCHMARK(GatePulseWidth);
 
 void GatePRT(benchmark::State& state) {
-    Gate(state, [](const double* p, double* v) { return qv::GatePRT(p, kPoints, kScale, v); });
+    Gate(state, [](const double* p, const qv::GateFigures& f, double* v) {
+        return qv::GatePRT(p, kPoints, kScale, v, &f);
+    });
 }
 BENCHMARK(GatePRT);
 
+// The analysis trace's peak list, searched on its watts.
 void PeakSearch(benchmark::State& state) {
     const std::vector<double>& p = Train();
-    std::vector<double> dbm(kPoints);
     std::vector<PP_Peak> peaks;
     peaks.reserve(kPoints);
     for (auto _ : state) {
-        for (int i = 0; i < kPoints; ++i) dbm[i] = qv::AnalysisDbm(p[i]);
-        qv::FindPeaks(dbm.data(), kPoints, 3.0, -55.0, qv::PeakOrder::kValue, kPoints, peaks);
+        qv::FindPeaksInWatts(p.data(), kPoints, 3.0, -55.0, qv::PeakOrder::kValue, kPoints, peaks);
         benchmark::DoNotOptimize(peaks.data());
     }
     state.counters["peaks"] = static_cast<double>(peaks.size());
     SetCounters(state);
 }
 BENCHMARK(PeakSearch);
+
+// A caller's trace, already in dBm.
+void PeakSearchFromTrace(benchmark::State& state) {
+    const std::vector<double>& p = Train();
+    std::vector<double> dbm(kPoints);
+    for (int i = 0; i < kPoints; ++i) dbm[i] = qv::AnalysisDbm(p[i]);
+    std::vector<PP_Peak> peaks;
+    peaks.reserve(kPoints);
+    for (auto _ : state) {
+        qv::FindPeaks(dbm.data(), kPoints, 3.0, -55.0, qv::PeakOrder::kValue, kPoints, peaks);
+        benchmark::DoNotOptimize(peaks.data());
+    }
+    state.counters["peaks"] = static_cast<double>(peaks.size());
+    SetCounters(state);
+}
+BENCHMARK(PeakSearchFromTrace);
 
 void PulseEdges(benchmark::State& state) {
     // The pulse at 5000 .. 5024: the walks cover its width on both sides.

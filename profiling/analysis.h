@@ -80,6 +80,15 @@ struct GateScale {
     double sweepUsec;
     double criteriaDb;    // PulseCriteria_DB
 };
+// The largest point of a gate and the sum of its points (in four lanes,
+// point i in lane i % 4), as the first-pulse finder takes them.
+struct GateFigures {
+    double max;
+    double sum;
+};
+// out[i] = std::max(p[i], floor) for n points; the figures of out.
+GateFigures RaiseToFloor(const double* p, int n, double floor, double* out);
+bool GateAveragePower(const double* p, int n, double* dbm);
 bool GateDroop(const double* p, int n, double* db);
 bool GateOverShoot(const double* p, int n, double* db);
 bool GateRiseTime(const double* p, int n, const GateScale& s, double* usec);
@@ -88,10 +97,15 @@ struct FirstPulse {
     int rise;  // first point above the level
     int fall;  // first point after it below the level
 };
-bool FindFirstPulse(const double* p, int n, double criteriaDb, FirstPulse* pulse);
-bool GatePulseWidth(const double* p, int n, const GateScale& s, double* usec);
-bool GatePulsePower(const double* p, int n, const GateScale& s, double* dbm);
-bool GatePRT(const double* p, int n, const GateScale& s, double* usec);
+// `figures`: those of p when the caller has them (from RaiseToFloor), else null.
+bool FindFirstPulse(const double* p, int n, double criteriaDb, FirstPulse* pulse,
+                    const GateFigures* figures = nullptr);
+bool GatePulseWidth(const double* p, int n, const GateScale& s, double* usec,
+                    const GateFigures* figures = nullptr);
+bool GatePulsePower(const double* p, int n, const GateScale& s, double* dbm,
+                    const GateFigures* figures = nullptr);
+bool GatePRT(const double* p, int n, const GateScale& s, double* usec,
+             const GateFigures* figures = nullptr);
 
 std::int32_t GetGateAveragePower(std::int32_t address, std::int32_t gate, double* dbm);
 std::int32_t GetGatePeakPower(std::int32_t address, std::int32_t gate, double* dbm);
@@ -117,6 +131,10 @@ enum class PeakOrder { kIndex, kValue };
 // (equal values keep index order). At most `maxCount` peaks.
 void FindPeaks(const double* x, int n, double excursionDb, double thresholdDbm, PeakOrder order,
                int maxCount, std::vector<PP_Peak>& peaks);
+// The same search on a trace of watts: the peaks and values FindPeaks finds
+// on its dBm values, without converting every point.
+void FindPeaksInWatts(const double* w, int n, double excursionDb, double thresholdDbm,
+                      PeakOrder order, int maxCount, std::vector<PP_Peak>& peaks);
 
 std::int32_t GetPeaks(std::int32_t address, PeakOrder order, PP_Peak* peaks, std::int32_t maxCount,
                       std::int32_t* count);

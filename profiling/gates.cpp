@@ -4,28 +4,33 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
+#include <limits>
 #include <vector>
 
 #include "profiling/analysis.h"
+#include "profiling/pairs.h"
 
 namespace qv {
 
 namespace {
 
-// Sums in four interleaved parts: a single running sum waits on every add,
-// which on whole traces costs four times as long; the rounding differs from
-// it only in the last bits.
+// Sums in four interleaved parts, point i in lane i % 4: a single running
+// sum waits on every add, which on whole traces costs four times as long; the
+// rounding differs from it only in the last bits. The lanes are two pairs of
+// doubles that the processor adds, compares and selects two at a time; every
+// lane still adds in point order, and a lane-wise maximum gives what one
+// running maximum gives (a NaN first point included).
 double Sum(const double* p, int n) {
-    double s0 = 0.0, s1 = 0.0, s2 = 0.0, s3 = 0.0;
+    Pair s01 = {0.0, 0.0}, s23 = s01;
     int i = 0;
     for (; i + 4 <= n; i += 4) {
-        s0 += p[i];
-        s1 += p[i + 1];
-        s2 += p[i + 2];
-        s3 += p[i + 3];
+        s01 += LoadPair(p + i);
+        s23 += LoadPair(p + i + 2);
     }
+    double s0 = s01[0];
     for (; i < n; ++i) s0 += p[i];
-    return (s0 + s1) + (s2 + s3);
+    return (s0 + s01[1]) + (s23[0] + s23[1]);
 }
 
 double Mean(const double* p, int from, int to) {  // inclusive
@@ -46,6 +51,10 @@ bool Finite(double v, double* out) {
 }
 
 }  // namespace
+
+bool GateAveragePower(const double* p, int n, double* dbm) {
+    return n >= 1 && Finite(AnalysisDbm(Mean(p, 0, n - 1)), dbm);
+}
 
 bool GateDroop(const double* p, int n, double* db) {
     if (n < 3) return false;
@@ -103,22 +112,94 @@ bool GateFallTime(const double* p, int n, const GateScale& s, double* usec) {
     return Finite(std::fabs(t10 - t90) * s.usecPerPoint, usec);
 }
 
-bool FindFirstPulse(const double* p, int n, double criteriaDb, FirstPulse* pulse) {
-    if (n < 6) return false;
-    double max = p[0];
-    for (int i = 0; i < n; ++i) max = p[i] > max ? p[i] : max;
-    const double sum = Sum(p, n);
-    const double mean = sum / n;
-    // The split follows the trace; the high group is summed branch-free in
-    // four parts like Sum, the low group is the rest.
-    double h[4] = {0.0, 0.0, 0.0, 0.0};
-    int highCount = 0;
-    for (int i = 0; i < n; ++i) {
-        const bool high = p[i] > mean;
-        h[i & 3] += high ? p[i] : 0.0;
-        highCount += high;
+namespace {
+
+// The two passes of the first-pulse finder keep the four lanes of Sum, so
+// that they too match a plain loop to the bit. The first can raise the points
+// to a floor on the way and keep them (kStore), which saves the gate
+// measurements a pass over the gate.
+template <bool kStore>
+GateFigures MaxAndSum(const double* p, int n, double floor, double* out) {
+    if (n < 1) return {0.0, 0.0};
+    const Pair f = Both(floor);
+    const double first = std::max(p[0], floor);
+    Pair m01 = Both(first), m23 = m01;
+    Pair s01 = {0.0, 0.0}, s23 = s01;
+    int i = 0;
+    for (; i + 4 <= n; i += 4) {
+        Pair a = LoadPair(p + i), b = LoadPair(p + i + 2);
+        a = a < f ? f : a;  // as std::max: a NaN point stays NaN
+        b = b < f ? f : b;
+        if (kStore) {
+            std::memcpy(out + i, &a, sizeof a);
+            std::memcpy(out + i + 2, &b, sizeof b);
+        }
+        s01 += a;
+        s23 += b;
+        m01 = a > m01 ? a : m01;
+        m23 = b > m23 ? b : m23;
     }
-    const double highSum = (h[0] + h[1]) + (h[2] + h[3]);
+    double m[4] = {m01[0], m01[1], m23[0], m23[1]};
+    double s0 = s01[0];
+    for (; i < n; ++i) {
+        const double v = std::max(p[i], floor);
+        if (kStore) out[i] = v;
+        s0 += v;
+        m[0] = v > m[0] ? v : m[0];
+    }
+    double max = m[0];
+    for (int j = 1; j < 4; ++j) max = m[j] > max ? m[j] : max;
+    return {max, (s0 + s01[1]) + (s23[0] + s23[1])};
+}
+
+GateFigures MaxAndSum(const double* p, int n) {
+    return MaxAndSum<false>(p, n, -std::numeric_limits<double>::infinity(), nullptr);
+}
+
+// Points above the mean: their sum (in lane order) and number. A comparison
+// gives -1 per lane where it holds, so the counts subtract it.
+struct HighGroup {
+    double sum;
+    int count;
+};
+
+HighGroup AboveMean(const double* p, int n, double mean) {
+    const Pair level = Both(mean), zero = {0.0, 0.0};
+    Pair h01 = zero, h23 = zero;
+    PairMask c01 = {0, 0}, c23 = c01;
+    int i = 0;
+    for (; i + 4 <= n; i += 4) {
+        const Pair a = LoadPair(p + i), b = LoadPair(p + i + 2);
+        const PairMask above01 = a > level, above23 = b > level;
+        h01 += above01 ? a : zero;
+        h23 += above23 ? b : zero;
+        c01 -= above01;
+        c23 -= above23;
+    }
+    double h[4] = {h01[0], h01[1], h23[0], h23[1]};
+    long long count = c01[0] + c01[1] + c23[0] + c23[1];
+    for (; i < n; ++i) {  // the last points keep their lanes
+        h[i & 3] += p[i] > mean ? p[i] : 0.0;
+        count += p[i] > mean;
+    }
+    return {(h[0] + h[1]) + (h[2] + h[3]), static_cast<int>(count)};
+}
+
+}  // namespace
+
+GateFigures RaiseToFloor(const double* p, int n, double floor, double* out) {
+    return MaxAndSum<true>(p, n, floor, out);
+}
+
+bool FindFirstPulse(const double* p, int n, double criteriaDb, FirstPulse* pulse,
+                    const GateFigures* figures) {
+    if (n < 6) return false;
+    const GateFigures f = figures ? *figures : MaxAndSum(p, n);
+    const double max = f.max, sum = f.sum;
+    const double mean = sum / n;
+    const HighGroup high = AboveMean(p, n, mean);
+    const double highSum = high.sum;
+    const int highCount = high.count;
     const double lowSum = sum - highSum;
     const int lowCount = n - highCount;
     if (lowCount == 0 || highCount == 0) return false;
@@ -177,8 +258,9 @@ struct MeasuredPulse {
     double tRise;
 };
 
-bool MeasurePulseStart(const double* p, int n, double criteriaDb, MeasuredPulse* m) {
-    if (n < 3 || !FindFirstPulse(p, n, criteriaDb, &m->first)) return false;
+bool MeasurePulseStart(const double* p, int n, double criteriaDb, MeasuredPulse* m,
+                       const GateFigures* figures) {
+    if (n < 3 || !FindFirstPulse(p, n, criteriaDb, &m->first, figures)) return false;
     const FirstPulse& fp = m->first;
     if (!(fp.rise >= 1 && fp.fall < n && fp.fall > fp.rise + 1)) return false;
     m->level = AnalysisWatts(AnalysisDbm(Mean(p, fp.rise, fp.fall - 1)) - criteriaDb);
@@ -203,17 +285,19 @@ bool RepetitionCrossing(const double* p, int n, int r, double level, double* t) 
 
 }  // namespace
 
-bool GatePulseWidth(const double* p, int n, const GateScale& s, double* usec) {
+bool GatePulseWidth(const double* p, int n, const GateScale& s, double* usec,
+                    const GateFigures* figures) {
     MeasuredPulse m;
-    if (!MeasurePulseStart(p, n, s.criteriaDb, &m)) return false;
+    if (!MeasurePulseStart(p, n, s.criteriaDb, &m, figures)) return false;
     double tFall;
     if (!FallingCrossing(p, n, m.first.fall, m.level, &tFall)) return false;
     return Finite((tFall - m.tRise) * s.sweepUsec / s.pulsePoints, usec);
 }
 
-bool GatePulsePower(const double* p, int n, const GateScale& s, double* dbm) {
+bool GatePulsePower(const double* p, int n, const GateScale& s, double* dbm,
+                    const GateFigures* figures) {
     MeasuredPulse m;
-    if (!MeasurePulseStart(p, n, s.criteriaDb, &m)) return false;
+    if (!MeasurePulseStart(p, n, s.criteriaDb, &m, figures)) return false;
     const int from = m.rise + 1, to = m.first.fall - 1;
     if (from > to) return false;
     const double mean = Mean(p, from, to);
@@ -221,10 +305,10 @@ bool GatePulsePower(const double* p, int n, const GateScale& s, double* dbm) {
     return Finite(AnalysisDbm(mean), dbm);
 }
 
-bool GatePRT(const double* p, int n, const GateScale& s, double* usec) {
+bool GatePRT(const double* p, int n, const GateScale& s, double* usec, const GateFigures* figures) {
     if (n < 3) return false;
     FirstPulse one, two;
-    if (!FindFirstPulse(p, n, s.criteriaDb, &one) || one.fall + 5 > n - 1) return false;
+    if (!FindFirstPulse(p, n, s.criteriaDb, &one, figures) || one.fall + 5 > n - 1) return false;
     // The second search starts at the first pulse's falling index: the six
     // points the finder needs are what the check above leaves.
     if (!FindFirstPulse(p + one.fall, n - one.fall, s.criteriaDb, &two)) return false;
@@ -249,6 +333,7 @@ struct GatePoints {
     int n = 0;
     std::int32_t start = 0;
     GateScale scale {};
+    GateFigures figures {};  // of the points raised to the threshold
 };
 
 // The copy raised to the threshold. Calls run one at a time under the
@@ -279,7 +364,7 @@ bool PrepareGate(std::int32_t address, std::int32_t gate, bool floor, GatePoints
     if (floor) {
         if (g->n < 3) return false;
         const double threshold = AnalysisWatts(r.analysisSetup.measThreshold);
-        for (int i = 0; i < g->n; ++i) floorBuffer[i] = std::max(g->p[i], threshold);
+        g->figures = RaiseToFloor(g->p, g->n, threshold, floorBuffer);
         g->p = floorBuffer;
     }
     return true;
@@ -303,7 +388,7 @@ std::int32_t GetGateAveragePower(std::int32_t address, std::int32_t gate, double
     GatePoints g;
     if (!PrepareGate(address, gate, false, &g)) return -1;
     double v;
-    if (!Finite(AnalysisDbm(Mean(g.p, 0, g.n - 1)), &v)) return -1;
+    if (!GateAveragePower(g.p, g.n, &v)) return -1;
     *dbm = v;
     return 1;
 }
@@ -356,26 +441,26 @@ std::int32_t GetGateFallTime(std::int32_t address, std::int32_t gate, double* us
 
 std::int32_t GetGatePulseWidth(std::int32_t address, std::int32_t gate, double* usec) {
     return MeasureGate(address, gate, usec, [](GatePoints& g, double* v) {
-        return GatePulseWidth(g.p, g.n, g.scale, v);
+        return GatePulseWidth(g.p, g.n, g.scale, v, &g.figures);
     });
 }
 
 std::int32_t GetGatePulsePower(std::int32_t address, std::int32_t gate, double* dbm) {
     return MeasureGate(address, gate, dbm, [](GatePoints& g, double* v) {
-        return GatePulsePower(g.p, g.n, g.scale, v);
+        return GatePulsePower(g.p, g.n, g.scale, v, &g.figures);
     });
 }
 
 std::int32_t GetGatePRT(std::int32_t address, std::int32_t gate, double* usec) {
     return MeasureGate(address, gate, usec, [](GatePoints& g, double* v) {
-        return GatePRT(g.p, g.n, g.scale, v);
+        return GatePRT(g.p, g.n, g.scale, v, &g.figures);
     });
 }
 
 std::int32_t GetGatePRF(std::int32_t address, std::int32_t gate, double* hz) {
     return MeasureGate(address, gate, hz, [](GatePoints& g, double* v) {
         double prt;
-        if (!GatePRT(g.p, g.n, g.scale, &prt) || !(prt > 0.0)) return false;
+        if (!GatePRT(g.p, g.n, g.scale, &prt, &g.figures) || !(prt > 0.0)) return false;
         *v = 1e6 / prt;
         return true;
     });
@@ -384,7 +469,8 @@ std::int32_t GetGatePRF(std::int32_t address, std::int32_t gate, double* hz) {
 std::int32_t GetGateDutyCycle(std::int32_t address, std::int32_t gate, double* ratio) {
     return MeasureGate(address, gate, ratio, [](GatePoints& g, double* v) {
         double width, prt;
-        if (!GatePulseWidth(g.p, g.n, g.scale, &width) || !GatePRT(g.p, g.n, g.scale, &prt) ||
+        if (!GatePulseWidth(g.p, g.n, g.scale, &width, &g.figures) ||
+            !GatePRT(g.p, g.n, g.scale, &prt, &g.figures) ||
             !(prt > 0.0))
             return false;
         return Finite(width / prt, v);

@@ -84,6 +84,89 @@ json Value(const Measure& measure, bool indexResult = false) {
     return (indexResult ? code >= 0 : code == 1) && std::isfinite(value) ? json(value) : json(nullptr);
 }
 
+// A marker as the command line gives it: a start (a time or a move to a
+// peak), further moves, and for a delta marker the delta point's distance.
+struct MarkerSpec {
+    std::optional<double> startUsec;
+    std::vector<std::string> moves;  // the start move first when there is no time
+    std::optional<double> deltaUsec;
+};
+
+using Move = std::int32_t (*)(std::int32_t, std::int32_t);
+struct NamedMove {
+    const char* name;
+    const char* exportName;
+    Move move;
+};
+const NamedMove kMoves[] = {
+    {"peak", "PP_MarkerToPk", PP_MarkerToPk},          {"lowest", "PP_MarkerToLowestPk", PP_MarkerToLowestPk},
+    {"first", "PP_MarkerToFirstPk", PP_MarkerToFirstPk}, {"last", "PP_MarkerToLastPk", PP_MarkerToLastPk},
+    {"next", "PP_MarkerNextPk", PP_MarkerNextPk},        {"prev", "PP_MarkerPrevPk", PP_MarkerPrevPk},
+    {"higher", "PP_MarkerPkHigher", PP_MarkerPkHigher},  {"lower", "PP_MarkerPkLower", PP_MarkerPkLower}};
+
+const NamedMove* FindMove(const std::string& name) {
+    for (const NamedMove& m : kMoves)
+        if (name == m.name) return &m;
+    return nullptr;
+}
+
+bool Number(const std::string& text, double* value) {
+    char rest = 0;
+    return std::sscanf(text.c_str(), "%lf%c", value, &rest) == 1;
+}
+
+MarkerSpec ParseMarker(const std::string& text) {
+    MarkerSpec spec;
+    std::string points = text;
+    if (const auto at = text.find('@'); at != std::string::npos) {
+        double delta = 0.0;
+        if (!Number(text.substr(at + 1), &delta))
+            throw CLI::ValidationError("--marker", "a delta in microseconds after @, not " + text);
+        spec.deltaUsec = delta;
+        points = text.substr(0, at);
+    }
+    std::stringstream parts(points);
+    std::string part;
+    while (std::getline(parts, part, ',')) {
+        double usec = 0.0;
+        if (!spec.startUsec && spec.moves.empty() && Number(part, &usec))
+            spec.startUsec = usec;
+        else if (FindMove(part))
+            spec.moves.push_back(part);
+        else
+            throw CLI::ValidationError("--marker", "TIME_US or peak, lowest, first, last, next, prev, higher, "
+                                                   "lower expected, not \"" + part + "\"");
+    }
+    if (!spec.startUsec && spec.moves.empty()) throw CLI::ValidationError("--marker", "an empty marker");
+    return spec;
+}
+
+// The peak list through the export of the chosen layout and order; every
+// layout gives the same list.
+std::vector<PP_Peak> PeakList(std::int32_t a, int n, bool byValue, const std::string& layout) {
+    std::vector<PP_Peak> peaks(static_cast<std::size_t>(n));
+    std::int32_t count = 0;
+    if (layout == "records") {
+        const char* name = byValue ? "PP_GetPeaks_Val" : "PP_GetPeaks_Idx";
+        Expect(name, (byValue ? PP_GetPeaks_Val : PP_GetPeaks_Idx)(a, peaks.data(), n, &count),
+               Arguments(a, Out{"peaks"}, n, Out{"count"}));
+    } else {
+        using Split = std::int32_t (*)(std::int32_t, std::int32_t*, double*, std::int32_t, std::int32_t*);
+        const bool vee = layout == "vee";
+        const Split split = vee ? (byValue ? PP_GetPeaks_VEE_Val : PP_GetPeaks_VEE_Idx)
+                                : (byValue ? PP_GetPeaks_Val_Flat : PP_GetPeaks_Idx_Flat);
+        const char* name = vee ? (byValue ? "PP_GetPeaks_VEE_Val" : "PP_GetPeaks_VEE_Idx")
+                               : (byValue ? "PP_GetPeaks_Val_Flat" : "PP_GetPeaks_Idx_Flat");
+        std::vector<std::int32_t> indices(peaks.size());
+        std::vector<double> values(peaks.size());
+        Expect(name, split(a, indices.data(), values.data(), n, &count),
+               Arguments(a, Out{"indices"}, Out{"values"}, n, Out{"count"}));
+        for (std::int32_t k = 0; k < count; ++k) peaks[k] = PP_Peak{indices[k], 0, values[k]};
+    }
+    peaks.resize(static_cast<std::size_t>(count));
+    return peaks;
+}
+
 struct Quantity {
     const char* name;
     const char* unit;
@@ -103,6 +186,17 @@ void AddAnalyseOptions(CLI::App* command, AnalyseOptions& o) {
     command->add_option("-p,--peaks", o.peaks, "peaks listed, 0..3000 (default 10)")
         ->type_name("N")
         ->check(CLI::Range(0, 3000).description(""));
+    command->add_option("--peak-order", o.peakOrder, "peaks by index (time) or by value, highest first")
+        ->check(CLI::IsMember({"index", "value"}));
+    command->add_option("--peak-layout", o.peakLayout,
+                        "the list as records, or as parallel arrays through the vee or flat exports")
+        ->check(CLI::IsMember({"records", "vee", "flat"}));
+    command->add_option("-m,--marker", o.markers,
+                        "a marker at TIME_US or moved to a peak (peak, lowest, first, last), then moved on "
+                        "(next, prev, higher, lower: first,next is the second peak); with @DELTA_US a delta "
+                        "marker whose second point lies that far on; up to 10")
+        ->type_name("SPEC")
+        ->each([](const std::string& text) { ParseMarker(text); });
     AddTraceSettings(command, o.trace);
     CLI::Option* asJson = command->add_flag("--json", o.json, "one JSON object");
     command->add_flag("--csv", o.csv, "section,item,quantity,value,unit lines with a header")->excludes(asJson);
@@ -110,6 +204,7 @@ void AddAnalyseOptions(CLI::App* command, AnalyseOptions& o) {
 
 int RunAnalyse(const AnalyseOptions& o) {
     if (o.gates.size() > 10) throw CLI::ValidationError("--gate", "at most 10 gates");
+    if (o.markers.size() > 10) throw CLI::ValidationError("--marker", "at most 10 markers");
     const bool fromFile = std::ifstream(o.source).good();
     SensorName name;
     if (!fromFile) {
@@ -196,13 +291,47 @@ int RunAnalyse(const AnalyseOptions& o) {
             {"overshoot_db", Value([&](double* v) { return PP_GetGateOverShoot(a, i, v); })}});
     }
 
+    report["markers"] = json::array();
+    for (std::size_t m = 0; m < o.markers.size(); ++m) {
+        const MarkerSpec spec = ParseMarker(o.markers[m]);
+        const auto i = static_cast<std::int32_t>(m);
+        json marker{{"marker", i}, {"spec", o.markers[m]}};
+        Expect("PP_SetMarkerMode", PP_SetMarkerMode(a, i, 1), Arguments(a, i, 1));
+        // A move with no peak to go to leaves the marker without a point.
+        bool placed = true;
+        if (spec.startUsec)
+            Expect("PP_SetMarkerPositionTime", PP_SetMarkerPositionTime(a, i, *spec.startUsec),
+                   Arguments(a, i, *spec.startUsec));
+        for (const std::string& name : spec.moves)
+            placed = placed && FindMove(name)->move(a, i) >= 0;
+        auto point = [&](const char* prefix) {
+            std::int32_t index = -1;
+            const bool valid = placed && PP_GetMarkerPosition(a, i, &index) == 1;
+            marker[std::string(prefix) + "index"] = valid ? json(index) : json(nullptr);
+            marker[std::string(prefix) + "time_us"] =
+                valid ? Value([&](double* v) { return PP_GetMarkerPositionTime(a, i, v); }) : json(nullptr);
+            marker[std::string(prefix) + "power_dbm"] =
+                valid ? Value([&](double* v) { return PP_GetMarkerAmp(a, i, v); }) : json(nullptr);
+        };
+        point("");
+        if (spec.deltaUsec) {
+            Expect("PP_SetMarkerMode", PP_SetMarkerMode(a, i, 2), Arguments(a, i, 2));
+            placed = placed && PP_SetMarkerDeltaTime(a, i, *spec.deltaUsec) == 1;
+            point("delta_");
+            marker["delta_us"] =
+                placed ? Value([&](double* v) { return PP_GetMarkerDeltaTime(a, i, v); }) : json(nullptr);
+            marker["delta_db"] =
+                placed ? Value([&](double* v) { return PP_GetMarkerDeltaAmp(a, i, v); }) : json(nullptr);
+        }
+        report["markers"].push_back(marker);
+    }
+
+    report["peak_order"] = o.peakOrder;
+    report["peak_layout"] = o.peakLayout;
     report["peaks"] = json::array();
     if (o.peaks > 0) {
-        std::vector<PP_Peak> peaks(static_cast<std::size_t>(o.peaks));
-        std::int32_t count = 0;
-        Expect("PP_GetPeaks_Idx", PP_GetPeaks_Idx(a, peaks.data(), o.peaks, &count),
-               Arguments(a, Out{"peaks"}, o.peaks, Out{"count"}));
-        for (std::int32_t k = 0; k < count; ++k) {
+        const std::vector<PP_Peak> peaks = PeakList(a, o.peaks, o.peakOrder == "value", o.peakLayout);
+        for (std::size_t k = 0; k < peaks.size(); ++k) {
             json peak{{"index", peaks[k].Index}, {"time_us", peaks[k].Index * usecPerPoint},
                       {"power_dbm", peaks[k].Value}, {"left_edge_us", nullptr}, {"right_edge_us", nullptr}};
             std::int32_t left = 0, right = 0;
@@ -231,6 +360,7 @@ int RunAnalyse(const AnalyseOptions& o) {
     };
     auto text = [](const json& v) {
         if (v.is_null()) return std::string("not found");
+        if (v.is_number_integer()) return std::to_string(v.get<long long>());
         char out[32];
         std::snprintf(out, sizeof out, "%.4g", v.get<double>());
         return std::string(out);
@@ -245,6 +375,9 @@ int RunAnalyse(const AnalyseOptions& o) {
         for (const json& g : report["gates"])
             for (const auto& [key, v] : g.items())
                 if (key != "gate") row("gate", std::to_string(g["gate"].get<int>()), key, v);
+        for (const json& m : report["markers"])
+            for (const auto& [key, v] : m.items())
+                if (key != "marker" && key != "spec") row("marker", std::to_string(m["marker"].get<int>()), key, v);
         int k = 0;
         for (const json& p : report["peaks"]) {
             for (const auto& [key, v] : p.items()) row("peak", std::to_string(k), key, v);
@@ -264,6 +397,13 @@ int RunAnalyse(const AnalyseOptions& o) {
             if (key != "gate" && key != "start_us" && key != "end_us")
                 std::printf("  %-16s %s %s\n", key.c_str(), text(v).c_str(), v.is_null() ? "" : unitOf(key).c_str());
     }
+    for (const json& m : report["markers"]) {
+        std::printf("marker %d  %s\n", m["marker"].get<int>(), m["spec"].get<std::string>().c_str());
+        for (const auto& [key, v] : m.items())
+            if (key != "marker" && key != "spec")
+                std::printf("  %-16s %s %s\n", key.c_str(), text(v).c_str(), v.is_null() ? "" : unitOf(key).c_str());
+    }
+    std::printf("peaks by %s (%s)\n", o.peakOrder.c_str(), o.peakLayout.c_str());
     std::printf("peaks  %-10s %-10s %-12s %-12s\n", "time us", "dBm", "left edge", "right edge");
     for (const json& p : report["peaks"])
         std::printf("       %-10s %-10s %-12s %-12s\n", text(p["time_us"]).c_str(), text(p["power_dbm"]).c_str(),

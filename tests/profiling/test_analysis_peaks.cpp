@@ -3,6 +3,9 @@
 // ends of the trace and with a single peak; marker points and times.
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <cstring>
+#include <random>
 #include <vector>
 
 #include "profiling/analysis_fixture.h"
@@ -64,6 +67,38 @@ TEST(PeakSearchLimit, StopsAtTheMaximumCount) {
     EXPECT_EQ(Indices(peaks), (std::vector<int> {3, 1}));  // the first two, then sorted
     FindPeaks(t.data(), 7, 3, -100, PeakOrder::kIndex, 0, peaks);
     EXPECT_TRUE(peaks.empty());
+}
+
+// The analysis trace is searched in watts: the peaks and values, to the bit,
+// of the search on its dBm values, over noise, plateaus, steps within a
+// millionth and points that have no dBm value, at excursions down to none.
+TEST(PeakSearchInWatts, FindsWhatTheSearchOnDbmValuesFinds) {
+    std::mt19937 rng(7);
+    std::uniform_real_distribution<double> u(0.0, 1.0);
+    const double noDbm[] = {0.0, -1e-9, NAN, INFINITY, 1e-310};
+    for (int t = 0; t < 200; ++t) {
+        const int n = 20 + t * 9, period = 5 + t % 40;
+        std::vector<double> w(n), dbm(n);
+        for (int i = 0; i < n; ++i) {
+            const double level = i % period < period / 3 ? 1e-3 : 1e-7;
+            switch (t % 4) {
+            case 0: w[i] = level * (1 + 0.05 * u(rng)); break;
+            case 1: w[i] = level * (1 + 0.01 * (rng() % 3)); break;
+            case 2: w[i] = level * (1 + 1e-7 * (rng() % 4)); break;
+            default: w[i] = rng() % 20 ? level : noDbm[rng() % 5];
+            }
+            dbm[i] = AnalysisDbm(w[i]);
+        }
+        for (double e : {0.0, 3e-7, 3.0, -1.0})
+            for (PeakOrder order : {PeakOrder::kIndex, PeakOrder::kValue}) {
+                std::vector<PP_Peak> inWatts, inDbm;
+                FindPeaksInWatts(w.data(), n, e, -20.0, order, n, inWatts);
+                FindPeaks(dbm.data(), n, e, -20.0, order, n, inDbm);
+                ASSERT_EQ(Indices(inWatts), Indices(inDbm)) << "trace " << t << ", excursion " << e;
+                for (std::size_t k = 0; k < inDbm.size(); ++k)
+                    EXPECT_EQ(std::memcmp(&inWatts[k].Value, &inDbm[k].Value, sizeof(double)), 0);
+            }
+    }
 }
 
 // Peaks at 1 (-10 dBm), 3 (-20 dBm) and 5 (-5 dBm) of eight points.

@@ -2,6 +2,7 @@
 // its model table held against the library.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <fstream>
@@ -292,6 +293,43 @@ TEST_F(QvPowerTrace, AnalyseOfATraceFileFindsWidthAndPeriod) {
     ASSERT_EQ(report["peaks"].size(), 2u);
     EXPECT_NEAR(report["peaks"][1]["left_edge_us"].get<double>(), 800.0, 1.0);
     EXPECT_NEAR(report["peaks"][1]["right_edge_us"].get<double>(), 900.0, 1.0);
+}
+
+// Every peak layout and order gives the same peaks; markers placed by moves,
+// by time and as a delta reach them, in JSON and in CSV.
+TEST_F(QvPowerTrace, AnalyseMarkersAndPeakLayouts) {
+    const ToolRun trace = Run({"trace", "AB1234", "-t", "1000", "--trigger", "level", "-l", "-20"});
+    ASSERT_EQ(trace.status, 0) << trace.output;
+    const std::string file = std::string(std::getenv("QV_TEST_TMPDIR")) + "/markers.csv";
+    std::ofstream(file) << trace.output;
+    const std::vector<std::string> markers {"-m", "first,next", "-m", "peak@-200", "-m", "250", "-m", "last,next"};
+    std::vector<double> byIndex;
+    for (const char* layout : {"records", "vee", "flat"})
+        for (const char* order : {"index", "value"}) {
+            std::vector<std::string> args {"analyse", file, "--peak-layout", layout, "--peak-order", order, "--json"};
+            args.insert(args.end(), markers.begin(), markers.end());
+            const ToolRun run = Run(args);
+            ASSERT_EQ(run.status, 0) << run.output;
+            const nlohmann::json report = run.JsonLines().at(0);
+            std::vector<double> times;
+            for (const nlohmann::json& p : report["peaks"]) times.push_back(p["time_us"].get<double>());
+            if (std::string(order) == "value") std::sort(times.begin(), times.end());
+            if (byIndex.empty()) byIndex = times;
+            ASSERT_EQ(times, byIndex) << layout << " " << order;
+            const nlohmann::json& m = report["markers"];
+            SCOPED_TRACE(m.dump());
+            EXPECT_NEAR(m[0]["time_us"].get<double>(), times.at(1), 1e-6);  // the second pulse
+            EXPECT_EQ(m[3]["index"], m[0]["index"]);                  // next after the last stays on it
+            EXPECT_NEAR(m[1]["delta_us"].get<double>(), -200.0, 0.2);
+            EXPECT_NEAR(m[1]["delta_db"].get<double>(), -35.0, 1.0);
+            EXPECT_NEAR(m[2]["time_us"].get<double>(), 250.0, 0.2);
+            EXPECT_NEAR(m[2]["power_dbm"].get<double>(), -40.0, 1.0);
+        }
+    ASSERT_EQ(byIndex.size(), 2u);
+    const ToolRun csv = Run({"analyse", file, "--csv", "-m", "250"});
+    ASSERT_EQ(csv.status, 0) << csv.output;
+    EXPECT_NE(csv.output.find("marker,0,time_us,250"), std::string::npos) << csv.output;
+    EXPECT_EQ(Run({"analyse", file, "-m", "first,sideways"}).status, 2);
 }
 
 // The tool's own table of model names and ranges against what the library
