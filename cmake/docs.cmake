@@ -22,3 +22,11 @@ if(QV_BUILD_TESTS AND NOT CMAKE_CROSSCOMPILING)
     set_tests_properties(Docs.ApiReferenceBuildsWithoutWarnings PROPERTIES SKIP_REGULAR_EXPRESSION "doxygen not found")
   endif()
 endif()
+# The header's comments and the table of result codes (tools/result_codes.json)
+# must agree.
+find_package(Python3 COMPONENTS Interpreter QUIET)
+if(QV_BUILD_TESTS AND Python3_Interpreter_FOUND)
+  add_test(NAME Docs.HeaderAgreesWithResultCodeTable
+    COMMAND Python3::Interpreter ${PROJECT_SOURCE_DIR}/tests/docs/check_result_codes.py
+            ${PROJECT_SOURCE_DIR}/include/qv_api2.h ${PROJECT_SOURCE_DIR}/tools/result_codes.json)
+endif()

@@ -66,14 +66,15 @@ else()
   set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
   set(CPACK_DEBIAN_PACKAGE_SECTION electronics)
   set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
-  set(CPACK_DEBIAN_PACKAGE_DESCRIPTION "${CPACK_PACKAGE_DESCRIPTION_SUMMARY}
- A library with a plain C interface (qv_api2.h) through which measurement
- applications drive USB RF power sensors: discovery, calibration, CW, pulse
- and burst power, power-versus-time traces and their analysis. Any number of
- processes share the sensors through one machine-wide table and lock.
- .
- Also holds the command-line tool qvpower, the simulated sensors (qvsim and
- its driver library) and the documentation.")
+  # The synopsis is the summary above; CPack indents these lines and turns the
+  # empty one into the paragraph break.
+  set(CPACK_DEBIAN_PACKAGE_DESCRIPTION "A library with a plain C interface (qv_api2.h) through which measurement
+applications drive USB RF power sensors: discovery, calibration, CW, pulse
+and burst power, power-versus-time traces and their analysis. Any number of
+processes share the sensors through one machine-wide table and lock.
+
+Also holds the command-line tool qvpower, the simulated sensors (qvsim and
+its driver library) and the documentation.")
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_BINARY_DIR}/sim)
   set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
