@@ -4,7 +4,8 @@
 #   tools/setup.sh [PACKAGE...]
 set -euo pipefail
 packages=(cmake ninja-build g++ make pkg-config libgtest-dev libgmock-dev libbenchmark-dev
-          libcli11-dev nlohmann-json3-dev "$@")
+          libcli11-dev nlohmann-json3-dev
+          doxygen lintian dpkg-dev python3 "$@")
 missing=()
 for p in "${packages[@]}"; do
   dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
