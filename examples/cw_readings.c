@@ -3,7 +3,8 @@
  *   cw_readings SERIAL [FREQUENCY_HZ] [COUNT]
  *
  * A sensor that was unplugged and plugged in again answers -13 until it is
- * released and initialised again; this loop does so once per failed reading. */
+ * released and initialised again; this loop does so once per failed reading
+ * (the C++ version also waits for the sensor to come back). */
 #include <stdio.h>
 #include <stdlib.h>
 
@@ -49,7 +50,10 @@ int main(int argc, char** argv) {
         /* Release and initialise again: a replugged sensor works after this. */
         (void)QV_UninitializeSensor_SN(serial);
         address = Prepare(serial, frequencyHz);
-        if (address < 0) return 1;
+        if (address < 0) {
+            fprintf(stderr, "plug %s in again and start again\n", serial);
+            return 1;
+        }
     }
     (void)QV_UninitializeSensor_SN(serial);
     return failures > 3 ? 1 : 0;

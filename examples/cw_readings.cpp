@@ -1,15 +1,17 @@
 // Takes CW readings of one sensor in a loop (C++): the sensor is held by an
-// object that releases it on every path, and a failed reading releases and
-// initialises it again, which recovers a sensor that was unplugged and
-// plugged in again.
+// object that releases it on every path, and a failed reading releases it and
+// initialises it again, waiting up to ten seconds for it to come back: this
+// recovers a sensor that was unplugged and plugged in again.
 //
 //   cw_readings_cpp SERIAL [FREQUENCY_HZ] [COUNT]
+#include <chrono>
 #include <cstdlib>
 #include <iomanip>
 #include <iostream>
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <thread>
 
 #include <qv_api2.h>
 
@@ -60,8 +62,18 @@ int main(int argc, char** argv) try {
         }
         std::cerr << "reading " << i << ": QV_MeasureCW returned " << code << "\n";
         if (++failures > 3) return 1;
-        sensor.reset();  // release first: initialising again needs the slot free
-        sensor = std::make_unique<Sensor>(serial, frequencyHz);
+        // Release first (initialising again needs the slot free), then wait
+        // up to ten seconds for the sensor to be back on the bus.
+        sensor.reset();
+        for (int attempt = 1; !sensor; ++attempt) {
+            try {
+                sensor = std::make_unique<Sensor>(serial, frequencyHz);
+            } catch (const std::runtime_error&) {
+                if (attempt == 10) throw;
+                std::cerr << "waiting for " << serial << "\n";
+                std::this_thread::sleep_for(std::chrono::seconds(1));
+            }
+        }
     }
     return 0;
 } catch (const std::exception& e) {

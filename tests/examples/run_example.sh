@@ -25,6 +25,26 @@ cw_readings)
     || fail "five readings of -20 dBm"
   # An unknown sensor is an error, not a hang or a crash.
   if "$program" ZZ9999 1e9 1 2>/dev/null; then fail "unknown sensor accepted"; fi
+  case $program in *_cpp*)
+    # Unplugged and plugged in again while it reads: the C++ version waits for
+    # the sensor, initialises it again and goes on. The simulated sensor keeps
+    # its real pace here, so that the 400 readings outlast the replug.
+    "$qvsim" timing --control-us 250 --bulk-bps 4000000 --sampled-blocks 1 >/dev/null
+    log=${QV_TEST_TMPDIR:-/tmp}/replug
+    "$program" AB1234 2.4e9 400 >"$log.out" 2>"$log.err" &
+    pid=$!
+    tries=0
+    until [ -s "$log.out" ]; do
+      tries=$((tries + 1)); [ $tries -lt 400 ] || fail "no first reading"; sleep 0.05
+    done
+    "$qvsim" unplug AB1234 >/dev/null
+    sleep 1.5
+    "$qvsim" replug AB1234 >/dev/null
+    wait $pid || fail "no recovery after replug: $(cat "$log.err")"
+    grep -q 'returned -13' "$log.err" || fail "the unplug was not seen"
+    [ "$(grep -c ' dBm$' "$log.out")" -ge 390 ] || fail "readings lost after replug"
+    ;;
+  esac
   ;;
 trace_csv)
   "$qvsim" signal AB1234 pulse --period 400 --width 100 --on 0 --off -35 --freq 1e9 >/dev/null
