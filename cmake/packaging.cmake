@@ -39,6 +39,8 @@ install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${QV_DOC_DIR})
 file(GLOB QV_DOC_PAGES ${PROJECT_SOURCE_DIR}/docs/*.md)
 list(FILTER QV_DOC_PAGES EXCLUDE REGEX "/sim\\.md$")
 install(FILES ${QV_DOC_PAGES} DESTINATION ${QV_DOC_DIR})
+# The API reference, when the target "docs" has been built before packing.
+install(DIRECTORY ${CMAKE_BINARY_DIR}/docs/html/ DESTINATION ${QV_DOC_DIR}/reference OPTIONAL)
 file(GLOB QV_EXAMPLE_SOURCES ${PROJECT_SOURCE_DIR}/examples/*.c ${PROJECT_SOURCE_DIR}/examples/*.cpp)
 install(FILES ${QV_EXAMPLE_SOURCES} DESTINATION ${QV_DOC_DIR}/examples)
 

@@ -7,6 +7,8 @@ set -euo pipefail
 build=$(cd "${1:?usage: package-check.sh BUILD_DIR}" && pwd)
 source_dir=$(cd "$(dirname "$0")/.." && pwd)
 
+# The package carries the API reference too.
+cmake --build "$build" --target docs >/dev/null
 rm -rf "$build/packages"
 # CPack's note that the simulator's private driver library has no soname is expected.
 (cd "$build" && cpack -G DEB >"$build/cpack.log" 2>&1) || { cat "$build/cpack.log"; exit 1; }
@@ -21,6 +23,7 @@ dpkg-deb -x "$deb" "$work/root"
 usr="$work/root/usr"
 sh -n "$source_dir/cmake/deb/postinst"
 sh -n "$source_dir/cmake/deb/postrm"
+test -f "$usr/share/doc/qv-api2/reference/index.html"
 
 # Everything below comes from the unpacked tree: header, library, .pc file, tools.
 export PKG_CONFIG_PATH="$usr/lib/pkgconfig"
