@@ -36,16 +36,16 @@ endif()
 
 # ---------------------------------------------------------------- documentation
 install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${QV_DOC_DIR})
-file(GLOB QV_DOC_PAGES ${PROJECT_SOURCE_DIR}/docs/*.md)
+file(GLOB QV_DOC_PAGES CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/*.md)
 list(FILTER QV_DOC_PAGES EXCLUDE REGEX "/sim\\.md$")
 install(FILES ${QV_DOC_PAGES} DESTINATION ${QV_DOC_DIR})
 # The API reference, when the target "docs" has been built before packing.
 install(DIRECTORY ${CMAKE_BINARY_DIR}/docs/html/ DESTINATION ${QV_DOC_DIR}/reference OPTIONAL)
-file(GLOB QV_EXAMPLE_SOURCES ${PROJECT_SOURCE_DIR}/examples/*.c ${PROJECT_SOURCE_DIR}/examples/*.cpp)
+file(GLOB QV_EXAMPLE_SOURCES CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/examples/*.c ${PROJECT_SOURCE_DIR}/examples/*.cpp)
 install(FILES ${QV_EXAMPLE_SOURCES} DESTINATION ${QV_DOC_DIR}/examples)
 
 # A rule that lets the group qvpower open the sensors, once there is one.
-file(GLOB QV_UDEV_RULES ${PROJECT_SOURCE_DIR}/tools/udev/*.rules)
+file(GLOB QV_UDEV_RULES CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tools/udev/*.rules)
 if(QV_UDEV_RULES AND NOT WIN32)
   install(FILES ${QV_UDEV_RULES} DESTINATION lib/udev/rules.d)
 endif()
