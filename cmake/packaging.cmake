@@ -1,0 +1,102 @@
+# What is installed beside the library, and the packages CPack makes of it:
+#   Linux:   cpack -G DEB  (one .deb: library, header, tools, simulator, documentation)
+#   Windows: cpack -G ZIP  (DLL, import library, .def, header, tools, simulator)
+#
+# Components: the library, header and qvpower are in the default component;
+# the simulated sensors (driver library and qvsim) are in "sim", so that
+#   cmake --install BUILD --component sim
+# installs them alone.
+
+if(WIN32)
+  set(QV_DOC_DIR doc)
+  # Programs find their DLLs beside them.
+  set(QV_SIM_LIB_DIR ${CMAKE_INSTALL_BINDIR})
+else()
+  # Debian keeps a package's documents under the package's own name.
+  set(QV_DOC_DIR ${CMAKE_INSTALL_DATADIR}/doc/qv-api2)
+  # A driver library loaded by path (QV_USBDRVD), not linked against by
+  # applications: it lives in a private folder, and qvsim finds it there.
+  set(QV_SIM_LIB_DIR ${CMAKE_INSTALL_LIBDIR}/qv_api2)
+endif()
+
+# ---------------------------------------------------------------- simulator
+if(TARGET qvsim_usbdrvd)
+  if(NOT WIN32)
+    file(RELATIVE_PATH QV_SIM_RPATH /prefix/${CMAKE_INSTALL_BINDIR} /prefix/${QV_SIM_LIB_DIR})
+    set_target_properties(qvsim PROPERTIES INSTALL_RPATH "$ORIGIN/${QV_SIM_RPATH}")
+  endif()
+  install(TARGETS qvsim_usbdrvd qvsim
+    RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT sim
+    LIBRARY DESTINATION ${QV_SIM_LIB_DIR} COMPONENT sim
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT sim)
+  install(FILES ${PROJECT_SOURCE_DIR}/sim/qvsim.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/qv_api2
+    COMPONENT sim)
+  install(FILES ${PROJECT_SOURCE_DIR}/docs/sim.md DESTINATION ${QV_DOC_DIR} COMPONENT sim)
+endif()
+
+# ---------------------------------------------------------------- documentation
+install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${QV_DOC_DIR})
+file(GLOB QV_DOC_PAGES CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/*.md)
+list(FILTER QV_DOC_PAGES EXCLUDE REGEX "/sim\\.md$")
+install(FILES ${QV_DOC_PAGES} DESTINATION ${QV_DOC_DIR})
+# The API reference, when the target "docs" has been built before packing.
+install(DIRECTORY ${CMAKE_BINARY_DIR}/docs/html/ DESTINATION ${QV_DOC_DIR}/reference OPTIONAL)
+file(GLOB QV_EXAMPLE_SOURCES CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/examples/*.c ${PROJECT_SOURCE_DIR}/examples/*.cpp)
+install(FILES ${QV_EXAMPLE_SOURCES} DESTINATION ${QV_DOC_DIR}/examples)
+
+# A rule that lets the group qvpower open the sensors, once there is one.
+file(GLOB QV_UDEV_RULES CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tools/udev/*.rules)
+if(QV_UDEV_RULES AND NOT WIN32)
+  install(FILES ${QV_UDEV_RULES} DESTINATION lib/udev/rules.d)
+endif()
+
+# ---------------------------------------------------------------- packages
+set(CPACK_PACKAGE_NAME qv-api2)
+set(CPACK_PACKAGE_VENDOR "QV_API2 developers")
+set(CPACK_PACKAGE_CONTACT "QV_API2 maintainers <maintainers@qv-api2.example>")
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "driver library for USB RF power sensors")
+set(CPACK_STRIP_FILES ON)
+set(CPACK_PACKAGE_DIRECTORY ${CMAKE_BINARY_DIR}/packages)
+
+if(WIN32)
+  set(CPACK_GENERATOR ZIP)
+  set(CPACK_PACKAGE_FILE_NAME qv_api2-${PROJECT_VERSION}-win64)
+else()
+  set(CPACK_GENERATOR DEB)
+  set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+  set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+  set(CPACK_DEBIAN_PACKAGE_SECTION electronics)
+  set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
+  # The synopsis is the summary above; CPack indents these lines and turns the
+  # empty one into the paragraph break.
+  set(CPACK_DEBIAN_PACKAGE_DESCRIPTION "A library with a plain C interface (qv_api2.h) through which measurement
+applications drive USB RF power sensors: discovery, calibration, CW, pulse
+and burst power, power-versus-time traces and their analysis. Any number of
+processes share the sensors through one machine-wide table and lock.
+
+Also holds the command-line tool qvpower, the simulated sensors (qvsim and
+its driver library) and the documentation.")
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_BINARY_DIR}/sim)
+  set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+  # The maintainer scripts add the group qvpower (adduser).
+  set(CPACK_DEBIAN_PACKAGE_DEPENDS adduser)
+  set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+  set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
+    ${PROJECT_SOURCE_DIR}/cmake/deb/postinst
+    ${PROJECT_SOURCE_DIR}/cmake/deb/postrm
+    ${PROJECT_SOURCE_DIR}/cmake/deb/triggers)
+
+  # Debian wants a copyright file and a compressed changelog beside the documents.
+  string(TIMESTAMP QV_CHANGELOG_DATE "%a, %d %b %Y %H:%M:%S +0000" UTC)
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/deb/changelog.in ${CMAKE_BINARY_DIR}/deb/changelog @ONLY)
+  find_program(QV_GZIP gzip)
+  if(QV_GZIP)
+    execute_process(COMMAND ${QV_GZIP} -n -9 -f -k ${CMAKE_BINARY_DIR}/deb/changelog)
+    install(FILES ${CMAKE_BINARY_DIR}/deb/changelog.gz DESTINATION ${QV_DOC_DIR})
+  endif()
+  install(FILES ${PROJECT_SOURCE_DIR}/cmake/deb/copyright DESTINATION ${QV_DOC_DIR})
+endif()
+
+include(CPack)
