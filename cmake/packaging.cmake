@@ -44,11 +44,7 @@ install(DIRECTORY ${CMAKE_BINARY_DIR}/docs/html/ DESTINATION ${QV_DOC_DIR}/refer
 file(GLOB QV_EXAMPLE_SOURCES CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/examples/*.c ${PROJECT_SOURCE_DIR}/examples/*.cpp)
 install(FILES ${QV_EXAMPLE_SOURCES} DESTINATION ${QV_DOC_DIR}/examples)
 
-# A rule that lets the group qvpower open the sensors, once there is one.
-file(GLOB QV_UDEV_RULES CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tools/udev/*.rules)
-if(QV_UDEV_RULES AND NOT WIN32)
-  install(FILES ${QV_UDEV_RULES} DESTINATION lib/udev/rules.d)
-endif()
+# The udev rule and its probe are installed by usb/CMakeLists.txt.
 
 # ---------------------------------------------------------------- packages
 set(CPACK_PACKAGE_NAME qv-api2)
