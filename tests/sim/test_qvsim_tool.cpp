@@ -22,6 +22,8 @@ struct ToolCase {
 
 class QvsimTool : public ::testing::TestWithParam<ToolCase> {
 protected:
+    void SetUp() override { qv::test::SetEnv("QV_SIM_BUS", dir_ + "/tool.qvsim"); }
+
     std::string Run(std::vector<std::string> args, bool withBus, int* status) const {
         args.insert(args.begin(), QVSIM_TOOL_PATH);
         qv::test::ChildOptions options;
