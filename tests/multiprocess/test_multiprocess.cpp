@@ -157,18 +157,21 @@ TEST(MultiProcess, TheLastToLeaveRemovesEveryObjectEvenIfItNeverTookTheLock) {
     EXPECT_EQ(NamespaceObjects(kNamespace), std::vector<std::string>{});
 }
 
-TEST(MultiProcess, ALoadWhileTheLastProcessLeavesGetsAWorkingTable) {
-    // Each round one process leaves as the next one loads: the newcomer must
-    // find either the old table or a fresh one, never a half-removed one.
+TEST(MultiProcess, LoadsWhileTheLastProcessLeavesGetAWorkingTable) {
+    // Each round one process leaves as two others load: they must find the
+    // old table or one fresh table, never a half-removed one or two tables.
     auto current = std::make_unique<PeerProcess>();
     for (int round = 0; round < 20; ++round) {
         current->Send("exit");
-        auto next = std::make_unique<PeerProcess>();
-        ASSERT_TRUE(next->Started()) << round;
+        auto first = std::make_unique<PeerProcess>();
+        auto second = std::make_unique<PeerProcess>();
+        ASSERT_TRUE(first->Started() && second->Started()) << round;
         EXPECT_EQ(current->Wait(), 0) << round;
-        EXPECT_EQ(next->Ask("set-timeout " + std::to_string(200 + round)), "1") << round;
-        EXPECT_EQ(next->Ask("state").substr(0, 12), "timeout=" + std::to_string(200 + round) + " ") << round;
-        current = std::move(next);
+        const std::string timeout = std::to_string(200 + round);
+        EXPECT_EQ(first->Ask("set-timeout " + timeout), "1") << round;
+        EXPECT_EQ(second->Ask("state").substr(0, 12), "timeout=" + timeout + " ") << round;
+        EXPECT_EQ(first->Exit(), 0) << round;
+        current = std::move(second);
     }
     EXPECT_EQ(current->Exit(), 0);
     EXPECT_EQ(NamespaceObjects(kNamespace), std::vector<std::string>{});
