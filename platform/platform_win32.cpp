@@ -521,9 +521,14 @@ bool WriteFileAtomic(const std::string& path, const void* data, std::size_t size
     for (int attempt = 0; attempt < 8; ++attempt) {
         const std::string temporary = TemporaryName(path, GetCurrentProcessId(), RandomValue());
         const NewFile written = WriteNew(temporary, data, size);
-        if (written == NewFile::kWritten) return ReplaceWith(temporary, path);
-        if (written == NewFile::kFailed) return false;
+        if (written == NewFile::kWritten) {
+            if (ReplaceWith(temporary, path)) return true;
+            Log("cannot write %s (%s)", path.c_str(), LastErrorText().c_str());
+            return false;
+        }
+        if (written == NewFile::kFailed) break;
     }
+    Log("cannot write %s: its directory cannot be made or written (%s)", path.c_str(), LastErrorText().c_str());
     return false;
 }
 

@@ -32,7 +32,10 @@ protected:
         *status = qv::test::RunProcess(args, options);
         std::ostringstream text;
         text << std::ifstream(options.outputFile).rdbuf();
-        return text.str();
+        std::string output;
+        for (char c : text.str())
+            if (c != '\r') output += c;  // lines end in CR LF on Windows
+        return output;
     }
     const std::string dir_ = std::getenv("QV_TEST_TMPDIR");
 };
