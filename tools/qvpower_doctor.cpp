@@ -1,6 +1,7 @@
 #include "qvpower_doctor.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
