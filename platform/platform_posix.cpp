@@ -497,15 +497,16 @@ std::string UserStateDirectory() {
 std::string DefaultDataDirectory(const std::string& preferred) {
     std::string why;
     if (DirectoryWritable(preferred, why)) return preferred;
+    // Said once per process: the choice is made again for every file.
+    static std::atomic<bool> told {false};
     const std::string state = UserStateDirectory();
     if (state.empty()) {
-        Log("data directory %s is not writable (%s), and there is no home directory to use instead",
-            preferred.c_str(), why.c_str());
+        if (LogEnabled() && !told.exchange(true))
+            Log("data directory %s is not writable (%s), and there is no home directory to use instead",
+                preferred.c_str(), why.c_str());
         return preferred;
     }
     const std::string fallback = state + "/qv_api2";
-    // Said once per process: the choice is made again for every file.
-    static std::atomic<bool> told {false};
     if (LogEnabled() && !told.exchange(true))
         Log("data directory %s is not writable (%s); using %s", preferred.c_str(), why.c_str(),
             fallback.c_str());
