@@ -183,8 +183,12 @@ std::int32_t SensorList(SensorListEntry* list, std::int32_t length) {
         for (int s = 0; s < kSlotCount; ++s) {
             const DeviceRecord& r = Slot(s);
             if (r.ownerPid == 0) continue;  // free, or never owned: nothing to reclaim
-            if (std::find(running.begin(), running.end(), r.ownerPid) == running.end())
+            if (std::find(running.begin(), running.end(), r.ownerPid) == running.end()) {
+                platform::Log("sensor %.*s (address %d) reclaimed from process %u, which has ended",
+                              static_cast<int>(sizeof r.serial), r.serial, static_cast<int>(r.address),
+                              static_cast<unsigned>(r.ownerPid));
                 UninitializeSlot(s);
+            }
         }
     }
     if (n < 1) return 1;

@@ -31,10 +31,34 @@ struct DriverTable {
 std::mutex g_loadGuard;
 DriverTable g_driver;
 
+// Failed loads are tried again on every call: each kind of failure is said
+// once, until a load succeeds.
+enum class LoadFailure { kNone, kNotLoaded, kIncomplete };
+LoadFailure g_lastFailure = LoadFailure::kNone;
+
+bool Told(LoadFailure failure) {
+    const bool told = g_lastFailure == failure;
+    g_lastFailure = failure;
+    return told;
+}
+
 template <class Fn>
 bool Bind(std::uintptr_t library, const char* name, Fn& fn) {
     fn = reinterpret_cast<Fn>(platform::LibrarySymbol(library, name));
     return fn != nullptr;
+}
+
+// The name of the first of the twelve functions the driver library lacks.
+const char* FirstMissing(std::uintptr_t library) {
+    static const char* const kNames[] = {
+        "QV_USBDRVD_GetDevCount", "QV_USBDRVD_GetDevicePath", "QV_USBDRVD_OpenDevHandle",
+        "QV_USBDRVD_CloseDevHandle", "QV_USBDRVD_OpenWinUSBHandle", "QV_USBDRVD_CloseWinUSBHandle",
+        "QV_USBDRVD_GetStringDescriptorLengthA", "QV_USBDRVD_GetStringDescriptorA",
+        "QV_USBDRVD_VendorOrClassRequestOut", "QV_USBDRVD_VendorOrClassRequestIn",
+        "QV_USBDRVD_PipeReadTimeout", "QV_USBDRVD_PipeWriteTimeout"};
+    for (const char* name : kNames)
+        if (!platform::LibrarySymbol(library, name)) return name;
+    return "?";
 }
 
 const DriverTable* Load() {
@@ -46,7 +70,12 @@ const DriverTable* Load() {
     if (file.empty()) file = platform::DefaultDriverFile();
     DriverTable t;
     t.library = platform::LibraryLoad(file.c_str());
-    if (!t.library) return nullptr;
+    if (!t.library) {
+        if (platform::LogEnabled() && !Told(LoadFailure::kNotLoaded))
+            platform::Log("the sensor driver library %s could not be loaded (%s); set %s to its path",
+                          file.c_str(), platform::LibraryLoadError().c_str(), platform::kEnvDriver);
+        return nullptr;
+    }
     const bool complete =
         Bind(t.library, "QV_USBDRVD_GetDevCount", t.getDevCount) &&
         Bind(t.library, "QV_USBDRVD_GetDevicePath", t.getDevicePath) &&
@@ -62,10 +91,14 @@ const DriverTable* Load() {
         Bind(t.library, "QV_USBDRVD_PipeWriteTimeout", t.pipeWrite);
     if (!complete) {
         // A driver without all twelve functions is not used at all.
+        if (platform::LogEnabled() && !Told(LoadFailure::kIncomplete))
+            platform::Log("the sensor driver library %s lacks the function %s and is not used", file.c_str(),
+                          FirstMissing(t.library));
         platform::LibraryUnload(t.library);
         return nullptr;
     }
     g_driver = t;
+    g_lastFailure = LoadFailure::kNone;
     return &g_driver;
 }
 
@@ -93,6 +126,7 @@ void UnloadDriver() {
     std::lock_guard<std::mutex> guard(g_loadGuard);
     if (g_driver.library) platform::LibraryUnload(g_driver.library);
     g_driver = DriverTable{};
+    g_lastFailure = LoadFailure::kNone;
 }
 
 namespace driver {

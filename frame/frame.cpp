@@ -16,6 +16,11 @@ LockScope::LockScope() {
     // would only turn one lost call into two.
     acquired_ = waited == platform::LockWaitResult::kAcquired ||
                 waited == platform::LockWaitResult::kAcquiredAbandoned;
+    if (waited == platform::LockWaitResult::kTimedOut)
+        platform::Log("the library's lock was not free within the system time-out of %u ms; the call returns -1",
+                      tableView->sysTimeOut);
+    else if (waited == platform::LockWaitResult::kAcquiredAbandoned)
+        platform::Log("the library's lock was left by a process that ended holding it; going on");
 }
 
 LockScope::~LockScope() {
@@ -80,6 +85,7 @@ void TearDownDetach(void* base, bool last) {
 namespace frame {
 
 void ProcessAttach() {
+    platform::LogSetUp();
     platform::SharedBlockAttach(kSharedBlockName, sizeof(SharedBlock), SetUpAttach);
 }
 

@@ -23,9 +23,32 @@ namespace qv::platform {
 inline constexpr const char* kEnvNamespace = "QV_API2_NAMESPACE";
 inline constexpr const char* kEnvDataDir = "QV_API2_DATA_DIR";
 inline constexpr const char* kEnvDriver = "QV_USBDRVD";
+inline constexpr const char* kEnvLog = "QV_API2_LOG";
 
 // Value of an environment variable, or an empty string when unset.
 std::string GetEnv(const char* name);
+
+// ---------------------------------------------------------------- diagnostics
+
+// Reads QV_API2_LOG; called once by the load notification. Unset or empty:
+// Log does nothing. "stderr": lines go to the process's standard error.
+// Anything else: a file that lines are appended to (created when missing).
+void LogSetUp();
+
+// True when QV_API2_LOG asked for lines; a plain flag, cheap to test.
+bool LogEnabled();
+
+// One line "qv_api2[PID]: TEXT" for an event a user needs to understand a
+// failure. Never fails, never throws; a line that cannot be written is lost.
+void Log(const char* format, ...)
+#if defined(__GNUC__)
+    __attribute__((format(printf, 1, 2)))
+#endif
+    ;
+
+// The system's text for the last error of the calling thread (errno,
+// GetLastError): "Permission denied".
+std::string LastErrorText();
 
 // ---------------------------------------------------------------- shared block
 
@@ -116,6 +139,9 @@ std::uint32_t TickMs();
 // Loads a library by file name or path; 0 on failure. Fails inside the load and
 // unload notifications (Windows: never under the loader lock).
 std::uintptr_t LibraryLoad(const char* file);
+// The loader's own message for the calling thread's last failed LibraryLoad
+// ("libX.so: cannot open shared object file: No such file or directory").
+std::string LibraryLoadError();
 void* LibrarySymbol(std::uintptr_t library, const char* name);
 // Inside the unload notification the library may stay loaded until the process
 // ends (Windows: FreeLibrary is not allowed under the loader lock).
@@ -133,8 +159,16 @@ const char* DefaultDriverFile();
 // ---------------------------------------------------------------- files
 
 // The directory that holds calibration caches and state files: QV_API2_DATA_DIR
-// when set, else the platform's default (no trailing separator).
+// when set, else the platform's default (no trailing separator). Linux: the
+// machine-wide /var/lib/qv_api2 where this user may write it, else the user's
+// own $XDG_STATE_HOME/qv_api2 (~/.local/state/qv_api2 without it).
 std::string DataDirectory();
+
+// The choice DataDirectory makes when QV_API2_DATA_DIR is unset, with the
+// machine-wide directory given: `preferred` when it is (or can be made)
+// writable by this process, else the per-user directory; `preferred` also when
+// the user has no home to fall back to.
+std::string DefaultDataDirectory(const std::string& preferred);
 
 // Joins a directory and a file name with the platform's separator.
 std::string JoinPath(const std::string& directory, const std::string& file);

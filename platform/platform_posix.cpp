@@ -78,6 +78,39 @@ bool FlockExclusiveWithin(int fd, std::uint32_t timeoutMs) {
     }
 }
 
+// Takes the guard that serialises attaches and detaches: its object, locked
+// exclusively, that is still the one its name leads to. The last detach
+// removes the name while holding it, so a lock won on a removed object
+// serialises nothing and is given up for the object now at the name. -1 when
+// it cannot be had within kAttachWaitMs.
+int AcquireGuard(const std::string& name) {
+    const std::uint32_t start = TickMs();
+    for (;;) {
+        const std::uint32_t spent = TickMs() - start;
+        if (spent >= kAttachWaitMs) break;
+        const int fd = OpenObject(name, O_RDWR | O_CREAT);
+        if (fd < 0) break;
+        if (!FlockExclusiveWithin(fd, kAttachWaitMs - spent)) {
+            close(fd);
+            break;
+        }
+        const int current = OpenObject(name, O_RDWR);
+        struct stat held {}, named {};
+        const bool same = current >= 0 && fstat(fd, &held) == 0 && fstat(current, &named) == 0 &&
+                          held.st_dev == named.st_dev && held.st_ino == named.st_ino;
+        if (current >= 0) close(current);
+        if (same) return fd;
+        close(fd);
+    }
+    Log("the library's attach guard %s could not be had within %u ms", name.c_str(), kAttachWaitMs);
+    return -1;
+}
+
+void ReleaseGuard(int fd) {
+    FlockRetry(fd, LOCK_UN);
+    close(fd);
+}
+
 // A name kept in a global: plain storage, because the unload notification
 // may run after the process's static objects have been destroyed.
 struct ObjectNameBuffer {
@@ -146,6 +179,8 @@ std::string GetEnv(const char* name) {
     return value ? std::string(value) : std::string();
 }
 
+std::string LastErrorText() { return std::strerror(errno); }
+
 // ---------------------------------------------------------------- shared block
 
 SharedAttach SharedBlockAttach(const char* name, std::size_t size,
@@ -157,12 +192,8 @@ SharedAttach SharedBlockAttach(const char* name, std::size_t size,
     a.blockName.Set(ObjectName(name, ""));
     a.size = size;
 
-    const int guardFd = OpenObject(a.guardName.Get(), O_RDWR | O_CREAT);
+    const int guardFd = AcquireGuard(a.guardName.Get());
     if (guardFd < 0) return result;
-    if (!FlockExclusiveWithin(guardFd, kAttachWaitMs)) {
-        close(guardFd);
-        return result;
-    }
     a.presenceFd = OpenObject(a.presenceName.Get(), O_RDWR | O_CREAT);
     if (a.presenceFd >= 0) {
         const bool alone = FlockRetry(a.presenceFd, LOCK_EX | LOCK_NB) == 0;
@@ -198,28 +229,31 @@ SharedAttach SharedBlockAttach(const char* name, std::size_t size,
             a.presenceFd = -1;
         }
     }
-    FlockRetry(guardFd, LOCK_UN);
-    close(guardFd);
+    ReleaseGuard(guardFd);
     return result;
 }
 
 void SharedBlockDetach(void (*tearDown)(void* base, bool last)) {
     Attachment& a = g_attachment;
     if (!a.base) return;
-    const int guardFd = OpenObject(a.guardName.Get(), O_RDWR | O_CREAT);
-    const bool guarded = guardFd >= 0 && FlockExclusiveWithin(guardFd, kAttachWaitMs);
+    const int guardFd = AcquireGuard(a.guardName.Get());
     // Trying to upgrade to exclusive tells whether anyone else is still alive.
-    const bool last = guarded && FlockRetry(a.presenceFd, LOCK_EX | LOCK_NB) == 0;
+    const bool last = guardFd >= 0 && FlockRetry(a.presenceFd, LOCK_EX | LOCK_NB) == 0;
     tearDown(a.base, last);
     munmap(a.base, a.size);
     a.base = nullptr;
-    if (last) shm_unlink(a.blockName.c_str());
+    if (last) {
+        // Nothing of the namespace stays behind. The guard's name goes last,
+        // while it is still held: a process waiting on the old guard finds,
+        // once it has it, that the name no longer leads to it and starts over
+        // on a new one (AcquireGuard), so attaches stay serialised.
+        shm_unlink(a.blockName.c_str());
+        shm_unlink(a.presenceName.c_str());
+        shm_unlink(a.guardName.c_str());
+    }
     close(a.presenceFd);
     a.presenceFd = -1;
-    if (guardFd >= 0) {
-        if (guarded) FlockRetry(guardFd, LOCK_UN);
-        close(guardFd);
-    }
+    if (guardFd >= 0) ReleaseGuard(guardFd);
 }
 
 // ---------------------------------------------------------------- machine-wide lock
@@ -262,8 +296,12 @@ void LockDestroy(std::uint64_t created) {
     if (g_lockMapName.text[0]) shm_unlink(g_lockMapName.c_str());
 }
 
-bool LockAdopt(const char*) {
-    // The lock object lives until the last detach unlinks it: nothing to hold.
+bool LockAdopt(const char* name) {
+    // The lock object lives until the last detach unlinks it: nothing to hold,
+    // but its name is kept, for this process may be that last one without
+    // ever having opened the lock.
+    std::lock_guard<std::mutex> guard(g_lockMapGuard);
+    if (!g_lockMapName.text[0]) g_lockMapName.Set(ObjectName(name, ""));
     return true;
 }
 
@@ -369,8 +407,18 @@ namespace {
 void DetachAtExit() { qv::frame::ProcessDetach(); }
 }  // namespace
 
+namespace {
+thread_local char t_loadError[512];
+}  // namespace
+
+std::string LibraryLoadError() { return t_loadError; }
+
 std::uintptr_t LibraryLoad(const char* file) {
     void* library = dlopen(file, RTLD_NOW | RTLD_LOCAL);
+    if (!library) {
+        const char* reason = dlerror();
+        std::snprintf(t_loadError, sizeof t_loadError, "%s", reason ? reason : "unknown reason");
+    }
     // At exit the loaded library's static objects are destroyed before our
     // destructor runs, and calling it then crashes. Exit handlers run in the
     // reverse order of their registration, so one registered now detaches
@@ -399,11 +447,77 @@ bool ProcessEnding() { return false; }
 
 // ---------------------------------------------------------------- files
 
-std::string DataDirectory() {
-    std::string dir = GetEnv(kEnvDataDir);
-    if (dir.empty()) dir = "/var/lib/qv_api2";
+namespace {
+
+std::string WithoutTrailingSlashes(std::string dir) {
     while (dir.size() > 1 && dir.back() == '/') dir.pop_back();
     return dir;
+}
+
+// Writable by this process: an existing directory it may create files in, or
+// a missing one whose nearest existing ancestor is such a directory (the first
+// write makes it). `why` gets the system's reason when not.
+bool DirectoryWritable(const std::string& dir, std::string& why) {
+    std::string probe = dir;
+    for (;;) {
+        struct stat st {};
+        if (stat(probe.c_str(), &st) == 0) {
+            if (!S_ISDIR(st.st_mode)) {
+                why = probe + " is not a directory";
+                return false;
+            }
+            if (access(probe.c_str(), W_OK | X_OK) == 0) return true;
+            why = probe + ": " + LastErrorText();
+            return false;
+        }
+        if (errno != ENOENT) {
+            why = probe + ": " + LastErrorText();
+            return false;
+        }
+        const std::size_t slash = probe.rfind('/');
+        if (slash == std::string::npos || slash == 0) {
+            probe = slash == 0 ? "/" : ".";
+            continue;
+        }
+        probe.resize(slash);
+    }
+}
+
+// $XDG_STATE_HOME when it is an absolute path (relative ones are to be
+// ignored), else ~/.local/state; empty without a home.
+std::string UserStateDirectory() {
+    const std::string xdg = GetEnv("XDG_STATE_HOME");
+    if (!xdg.empty() && xdg[0] == '/') return WithoutTrailingSlashes(xdg);
+    const std::string home = GetEnv("HOME");
+    if (home.empty() || home[0] != '/') return {};
+    return WithoutTrailingSlashes(home) + "/.local/state";
+}
+
+}  // namespace
+
+std::string DefaultDataDirectory(const std::string& preferred) {
+    std::string why;
+    if (DirectoryWritable(preferred, why)) return preferred;
+    // Said once per process: the choice is made again for every file.
+    static std::atomic<bool> told {false};
+    const std::string state = UserStateDirectory();
+    if (state.empty()) {
+        if (LogEnabled() && !told.exchange(true))
+            Log("data directory %s is not writable (%s), and there is no home directory to use instead",
+                preferred.c_str(), why.c_str());
+        return preferred;
+    }
+    const std::string fallback = state + "/qv_api2";
+    if (LogEnabled() && !told.exchange(true))
+        Log("data directory %s is not writable (%s); using %s", preferred.c_str(), why.c_str(),
+            fallback.c_str());
+    return fallback;
+}
+
+std::string DataDirectory() {
+    const std::string dir = GetEnv(kEnvDataDir);
+    if (!dir.empty()) return WithoutTrailingSlashes(dir);
+    return DefaultDataDirectory("/var/lib/qv_api2");
 }
 
 std::string JoinPath(const std::string& directory, const std::string& file) {
@@ -500,9 +614,16 @@ bool WriteFileAtomic(const std::string& path, const void* data, std::size_t size
     for (int attempt = 0; attempt < 8 && fd < 0; ++attempt) {
         temp = TemporaryName(path, CurrentProcessId(), RandomValue());
         fd = open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
-        if (fd < 0 && errno != EEXIST) return false;
+        if (fd < 0 && errno != EEXIST) break;
     }
-    if (fd < 0) return false;
+    if (fd < 0) {
+        // Mostly a data directory that cannot be made or written.
+        const std::string why = LastErrorText();
+        const std::size_t slash = path.rfind('/');
+        Log("cannot write %s: directory %s cannot be made or written (%s)", path.c_str(),
+            slash == std::string::npos ? "." : path.substr(0, slash).c_str(), why.c_str());
+        return false;
+    }
     const auto* bytes = static_cast<const std::uint8_t*>(data);
     std::size_t done = 0;
     bool ok = true;
@@ -519,7 +640,10 @@ bool WriteFileAtomic(const std::string& path, const void* data, std::size_t size
     if (close(fd) != 0) ok = false;
     // rename replaces whatever is at the target, a link included, without following it.
     if (ok && rename(temp.c_str(), path.c_str()) != 0) ok = false;
-    if (!ok) unlink(temp.c_str());
+    if (!ok) {
+        Log("cannot write %s (%s)", path.c_str(), LastErrorText().c_str());
+        unlink(temp.c_str());
+    }
     return ok;
 }
 

@@ -309,9 +309,30 @@ std::uint32_t TickMs() { return GetTickCount(); }
 
 // ---------------------------------------------------------------- dynamic libraries
 
+namespace {
+thread_local char t_loadError[512];
+
+std::string ErrorText(DWORD code) {
+    char text[256] = {};
+    DWORD n = FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, code, 0, text,
+                             sizeof text, nullptr);
+    while (n > 0 && (text[n - 1] == '\r' || text[n - 1] == '\n' || text[n - 1] == '.')) text[--n] = '\0';
+    return n > 0 ? std::string(text, n) : "error " + std::to_string(code);
+}
+}  // namespace
+
+std::string LastErrorText() { return ErrorText(GetLastError()); }
+
+std::string LibraryLoadError() { return t_loadError; }
+
 std::uintptr_t LibraryLoad(const char* file) {
-    if (InNotification()) return 0;
-    return reinterpret_cast<std::uintptr_t>(LoadLibraryA(file));
+    if (InNotification()) {
+        std::snprintf(t_loadError, sizeof t_loadError, "not loaded while the loader lock is held");
+        return 0;
+    }
+    HMODULE library = LoadLibraryA(file);
+    if (!library) std::snprintf(t_loadError, sizeof t_loadError, "%s", ErrorText(GetLastError()).c_str());
+    return reinterpret_cast<std::uintptr_t>(library);
 }
 
 void* LibrarySymbol(std::uintptr_t library, const char* name) {
@@ -424,6 +445,10 @@ bool ReplaceWith(const std::string& temporary, const std::string& path) {
 
 }  // namespace
 
+// The system directory is where state files have always been; no per-user
+// fallback on Windows.
+std::string DefaultDataDirectory(const std::string& preferred) { return preferred; }
+
 std::string DataDirectory() {
     std::string dir = GetEnv(kEnvDataDir);
     if (dir.empty()) {
@@ -496,9 +521,14 @@ bool WriteFileAtomic(const std::string& path, const void* data, std::size_t size
     for (int attempt = 0; attempt < 8; ++attempt) {
         const std::string temporary = TemporaryName(path, GetCurrentProcessId(), RandomValue());
         const NewFile written = WriteNew(temporary, data, size);
-        if (written == NewFile::kWritten) return ReplaceWith(temporary, path);
-        if (written == NewFile::kFailed) return false;
+        if (written == NewFile::kWritten) {
+            if (ReplaceWith(temporary, path)) return true;
+            Log("cannot write %s (%s)", path.c_str(), LastErrorText().c_str());
+            return false;
+        }
+        if (written == NewFile::kFailed) break;
     }
+    Log("cannot write %s: its directory cannot be made or written (%s)", path.c_str(), LastErrorText().c_str());
     return false;
 }
 

@@ -103,3 +103,9 @@ echo "--- the same for programs: qvpower measure cw @5 --json -n 2, and a refuse
 "$qvsim" signal AB1234 cw -17 --freq 2.4e9 >/dev/null
 "$qvpower" measure cw @5 -f 2.4GHz --json -n 2
 "$qvpower" measure cw @5 -f 30GHz || echo "(exit code $?)"
+
+# Every process has left: nothing of the demo's namespace may stay in shared memory.
+if ls /dev/shm 2>/dev/null | grep -q -- "$QV_API2_NAMESPACE"; then
+  echo "demo: shared-memory objects of namespace $QV_API2_NAMESPACE were left in /dev/shm" >&2
+  exit 1
+fi

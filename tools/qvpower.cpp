@@ -20,8 +20,9 @@
 #include "qvpower_calls.h"
 #include "qvpower_sensors.h"
 #include "qvpower_analyse.h"
+#include "qvpower_doctor.h"
 #include "qvpower_trace.h"
-#include "usb_access.h"
+#include "qvpower_os.h"
 
 using namespace qvpower;
 // Keys stay in the order written: readings read naturally, also by eye.
@@ -417,6 +418,19 @@ int main(int argc, char** argv) {
         "analyse", "statistics, gates, peaks and pulse edges of a trace file or a fresh trace");
     AddAnalyseOptions(analyse, analyseOptions);
 
+    bool doctorJson = false;
+    CLI::App* doctor = app.add_subcommand(
+        "doctor", "what the set-up looks like: driver library, bus file, data directory, every sensor");
+    doctor->add_flag("--json", doctorJson, "one JSON object");
+
+    std::int32_t explainCode = 0;
+    std::optional<std::string> explainExport;
+    bool explainJson = false;
+    CLI::App* explain = app.add_subcommand("explain", "what a result code means, in general or from one export");
+    explain->add_option("CODE", explainCode, "the result code, e.g. -2")->required();
+    explain->add_option("EXPORT", explainExport, "the export that returned it, e.g. QV_SensorCnt");
+    explain->add_flag("--json", explainJson, "one JSON object");
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
@@ -434,7 +448,9 @@ int main(int argc, char** argv) {
                                : *trace   ? traceFlags
                                : *analyse ? analyseFlags
                                           : pulseOptions.flags;
+    if (*explain) return RunExplain(explainCode, explainExport, explainJson);
     try {
+        if (*doctor) return RunDoctor(doctorJson);
         if (*list) return RunList(flags.format());
         if (*info) return RunInfo(infoSensor, flags.format());
         if (*cw) return RunMeasure(Kind::Cw, cwOptions);

@@ -7,6 +7,7 @@
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace qvpower {
 
@@ -17,6 +18,17 @@ extern const char kResultCodesJson[];
 // the table, else the code's general meaning, else a note that the export is
 // not known to return it.
 std::string CodeMeaning(std::string_view exportName, std::int32_t code);
+
+// Every meaning the table gives `code`: the general one first (export name
+// empty), then each export's own, by export name. Empty when none.
+struct CodeEntry {
+    std::string exportName;
+    std::string meaning;
+};
+std::vector<CodeEntry> CodeMeanings(std::int32_t code);
+
+// True when the table has an entry for the export.
+bool KnownExport(std::string_view exportName);
 
 // An export refused: which one, called how, and with what result.
 struct ExportFailure {

@@ -1,5 +1,7 @@
 // qvsim: builds and inspects a bus of simulated sensors from the shell.
 // Exit codes: 0 done, 1 the operation failed, 2 usage error.
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -18,7 +20,7 @@ constexpr int kExitFailed = 1;
 constexpr int kExitUsage = 2;
 
 constexpr const char* kUsage =
-    "usage: qvsim [--bus FILE] COMMAND [ARGS]\n"
+    "usage: qvsim [--bus FILE] COMMAND [ARGS] | qvsim help | qvsim --version\n"
     "  create [--from FILE]          new empty bus (or the sensors listed in FILE)\n"
     "  add SERIAL PRODUCT [--address N] [--firmware TEXT] [--due YY-MM-DD]\n"
     "      [--path-serial TEXT] [--unplugged]\n"
@@ -38,7 +40,21 @@ constexpr const char* kUsage =
     "  clear-faults ID\n"
     "  timing [--control-us N] [--bulk-bps N] [--real-timeouts 0|1] [--sampled-blocks 0|1]\n"
     "ID is a sensor id or a serial number (serial numbers are looked up first).\n"
-    "The bus file is --bus FILE, else $QV_SIM_BUS.\n";
+    "The bus file is --bus FILE, else $QV_SIM_BUS.\n"
+    "Warnings (standard error) note what no real sensor has: an unknown product,\n"
+    "an impossible due date, address 0, a serial number twice on the bus.\n";
+
+constexpr const char* kCommands[] = {"create", "add", "list", "state", "transcript", "unplug", "replug", "remove",
+                                     "address", "temperature", "signal", "trigger", "capture", "replay", "fault",
+                                     "clear-faults", "timing"};
+
+void Warn(const std::string& text) { std::fprintf(stderr, "qvsim: warning: %s\n", text.c_str()); }
+
+// Why a file could not be made, opened or mapped: the system's reason when
+// there is one, else the simulator's.
+std::string Reason(int code, int savedErrno) {
+    return code == QVSIM_E_IO && savedErrno != 0 ? std::strerror(savedErrno) : qvsim_strerror(code);
+}
 
 struct UsageError {
     std::string message;
@@ -121,6 +137,7 @@ struct SensorLine {
     std::string serial, product, firmware = "V1.00", pathSerial;
     bool hasPathSerial = false;
     bool unplugged = false;
+    bool dueGiven = false;
     qvsim_sensor_config config{};
 };
 
@@ -139,6 +156,7 @@ SensorLine ParseAdd(std::vector<std::string> words) {
         line.config.due_year = year;
         line.config.due_month = month;
         line.config.due_day = day;
+        line.dueGiven = true;
     }
     if (auto pathSerial = args.option("--path-serial")) {
         line.pathSerial = *pathSerial;
@@ -151,12 +169,54 @@ SensorLine ParseAdd(std::vector<std::string> words) {
     return line;
 }
 
+bool SameSerial(const std::string& a, const char* b) {
+    if (a.size() != std::strlen(b)) return false;
+    for (std::size_t i = 0; i < a.size(); ++i)
+        if (std::toupper(static_cast<unsigned char>(a[i])) != std::toupper(static_cast<unsigned char>(b[i])))
+            return false;
+    return true;
+}
+
+// A due date as the sensor stores it: all three bytes 255 is an erased date;
+// anything else should be a real day of 2000..2099.
+bool PossibleDueDate(int year, int month, int day) {
+    if (year == 255 && month == 255 && day == 255) return true;
+    static const int kDays[] = {31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+    if (year > 99 || month < 1 || month > 12 || day < 1 || day > kDays[month - 1]) return false;
+    return !(month == 2 && day == 29 && year % 4 != 0);
+}
+
+// Things no real sensor has are said, not refused: the simulator is also for
+// showing what the library does with them.
+void WarnAboutSensor(const SensorLine& line, int id) {
+    int ids[QVSIM_MAX_SENSORS];
+    const int count = qvsim_sensor_list(ids, QVSIM_MAX_SENSORS);
+    for (int i = 0; i < count && i < QVSIM_MAX_SENSORS; ++i) {
+        qvsim_sensor_info info{};
+        if (ids[i] != id && qvsim_sensor_info_get(ids[i], &info) == QVSIM_OK && SameSerial(line.serial, info.serial))
+            Warn("serial number " + line.serial + " is on the bus twice (sensor ids " + std::to_string(ids[i]) +
+                 " and " + std::to_string(id) + "); the library finds only one of them by serial");
+    }
+    qvsim_detector_info detector{};
+    if (qvsim_detector_info_get(id, &detector) == QVSIM_OK && detector.model_index < 0)
+        Warn("product \"" + line.product + "\" names no model the library knows; it gets the default range");
+    const qvsim_sensor_config& c = line.config;
+    if (line.dueGiven && !PossibleDueDate(c.due_year, c.due_month, c.due_day))
+    {
+        char date[16];
+        std::snprintf(date, sizeof date, "%02d-%02d-%02d", c.due_year, c.due_month, c.due_day);
+        Warn(std::string("due date ") + date + " is no day of 2000..2099 (255-255-255 is an erased date)");
+    }
+    if (c.address == 0) Warn("address 0: the library names sensors by address 1..255 only");
+}
+
 int AddSensor(SensorLine& line) {
     line.config.serial = line.serial.c_str();
     line.config.product = line.product.c_str();
     line.config.firmware = line.firmware.c_str();
     line.config.path_serial = line.hasPathSerial ? line.pathSerial.c_str() : nullptr;
     const int id = Check(qvsim_sensor_add(&line.config));
+    WarnAboutSensor(line, id);
     if (line.unplugged) Check(qvsim_sensor_unplug(id));
     return id;
 }
@@ -429,8 +489,18 @@ int CommandFiles(Arguments args, bool capture) {
     const bool stop = args.option("--stop").has_value();
     args.Finish(stop ? 1 : 2, stop ? 1 : 2);
     const int id = SensorId(args.at(0));
-    if (stop) Check(capture ? qvsim_capture_stop(id) : qvsim_replay_stop(id));
-    else Check(capture ? qvsim_capture_start(id, args.at(1).c_str()) : qvsim_replay_start(id, args.at(1).c_str()));
+    if (stop) {
+        Check(capture ? qvsim_capture_stop(id) : qvsim_replay_stop(id));
+        return kExitOk;
+    }
+    const std::string& file = args.at(1);
+    errno = 0;
+    const int started = capture ? qvsim_capture_start(id, file.c_str()) : qvsim_replay_start(id, file.c_str());
+    const int saved = errno;
+    if (started == QVSIM_E_IO || started == QVSIM_E_BAD_FILE)
+        throw Failure{std::string(capture ? "cannot make " : "cannot read ") + file + ": " +
+                      (started == QVSIM_E_BAD_FILE ? "not a capture file of this version" : Reason(started, saved))};
+    Check(started);
     return kExitOk;
 }
 
@@ -438,15 +508,23 @@ int CommandCreate(Arguments args, const char* bus) {
     std::vector<SensorLine> sensors;
     if (auto from = args.option("--from")) sensors = ReadBusDescription(*from);
     args.Finish(0, 0);
-    Check(qvsim_bus_create(bus));
+    errno = 0;
+    const int created = qvsim_bus_create(bus);
+    if (created < 0) throw Failure{"cannot make bus file " + std::string(bus) + ": " + Reason(created, errno)};
     for (SensorLine& line : sensors) AddSensor(line);
     return kExitOk;
 }
 
 int Run(const std::string& command, std::vector<std::string> words, const char* bus) {
     if (command == "create") return CommandCreate(Arguments(std::move(words), {}), bus);
+    errno = 0;
     const int opened = qvsim_bus_open(bus);
-    if (opened < 0) throw Failure{std::string("cannot open bus: ") + qvsim_strerror(opened)};
+    if (opened < 0) {
+        const int saved = errno;
+        const bool missing = opened == QVSIM_E_IO && saved == ENOENT;
+        throw Failure{"cannot open bus file " + std::string(bus) + ": " + Reason(opened, saved) +
+                      (missing ? "; qvsim create makes one" : "")};
+    }
     if (command == "add") {
         SensorLine line = ParseAdd(std::move(words));
         std::printf("%d\n", AddSensor(line));
@@ -471,7 +549,11 @@ int Run(const std::string& command, std::vector<std::string> words, const char* 
     if (command == "address") {
         args.Finish(1, 2);
         const int id = SensorId(args.at(0));
-        if (args.count() == 2) Check(qvsim_set_address(id, static_cast<int>(ParseNumber(args.at(1), 0, 255, "address"))));
+        if (args.count() == 2) {
+            const int address = static_cast<int>(ParseNumber(args.at(1), 0, 255, "address"));
+            Check(qvsim_set_address(id, address));
+            if (address == 0) Warn("address 0: the library names sensors by address 1..255 only");
+        }
         std::printf("%d\n", Check(qvsim_get_address(id)));
         return kExitOk;
     }
@@ -510,14 +592,30 @@ int main(int argc, char** argv) {
         words.erase(words.begin() + static_cast<std::ptrdiff_t>(i), words.begin() + static_cast<std::ptrdiff_t>(i) + 2);
         break;
     }
-    if (words.empty() || words[0] == "--help" || words[0] == "-h") {
+    if (words.empty() || words[0] == "--help" || words[0] == "-h" || words[0] == "help") {
         std::fprintf(words.empty() ? stderr : stdout, "%s", kUsage);
         return words.empty() ? kExitUsage : kExitOk;
     }
+    if (words[0] == "--version") {
+        std::printf("qvsim %s, simulated sensors for QV_API2\n", QVSIM_TOOL_VERSION);
+        return kExitOk;
+    }
     const std::string command = words[0];
     words.erase(words.begin());
+    if (std::find(std::begin(kCommands), std::end(kCommands), command) == std::end(kCommands)) {
+        std::fprintf(stderr, "qvsim: unknown command %s\n%s", command.c_str(), kUsage);
+        return kExitUsage;
+    }
+    if (bus.empty()) {
+        const char* env = std::getenv(QVSIM_BUS_ENV);
+        if (env == nullptr || *env == '\0') {
+            std::fprintf(stderr, "qvsim: no bus file: set %s or pass --bus FILE\n", QVSIM_BUS_ENV);
+            return kExitUsage;
+        }
+        bus = env;
+    }
     try {
-        return Run(command, std::move(words), bus.empty() ? nullptr : bus.c_str());
+        return Run(command, std::move(words), bus.c_str());
     } catch (const UsageError& error) {
         std::fprintf(stderr, "qvsim: %s\n%s", error.message.c_str(), kUsage);
         return kExitUsage;

@@ -13,6 +13,7 @@
 #include "frame/lookups.h"
 #include "frame/shared_table.h"
 #include "platform/platform.h"
+#include "support/log_capture.h"
 #include "support/process.h"
 #include "support/sim_fixture.h"
 #include "support/slots.h"
@@ -269,7 +270,8 @@ TEST_F(Transport, ResolveAsksTheBusThenFindsTheSlotBySerial) {
 class OtherDriver : public Transport {
 protected:
     void Use(const char* file) {
-        saved_ = platform::GetEnv(platform::kEnvDriver);
+        if (!used_) saved_ = platform::GetEnv(platform::kEnvDriver);
+        used_ = true;
         UnloadDriver();
         qv::test::SetEnv(platform::kEnvDriver, file);
     }
@@ -279,6 +281,7 @@ protected:
         Transport::TearDown();
     }
     std::string saved_;
+    bool used_ = false;
 };
 
 TEST_F(OtherDriver, MissingLibraryFailsEveryOperationWithItsOwnCode) {
@@ -294,6 +297,25 @@ TEST_F(OtherDriver, MissingLibraryFailsEveryOperationWithItsOwnCode) {
     char s[16];
     EXPECT_EQ(ReadSerialNumberString(1, s, sizeof s), -5);
     EXPECT_EQ(GetIndex_Addr(1), 0);
+}
+
+TEST_F(OtherDriver, EachLoadFailureIsLoggedOnceWithItsReason) {
+    const struct {
+        const char* file;
+        const char* said;
+    } cases[] = {
+        {"/nonexistent/libQVUSBDRVD.so", "/nonexistent/libQVUSBDRVD.so could not be loaded ("},
+        {QV_PARTIAL_DRIVER_PATH, "lacks the function QV_USBDRVD_"},
+    };
+    for (const auto& c : cases) {
+        qv::test::LogCapture log;
+        Use(c.file);
+        EXPECT_EQ(DeviceCount(), -2);
+        EXPECT_EQ(DeviceCount(), -2);
+        const auto lines = log.Lines();
+        ASSERT_EQ(lines.size(), 1u) << c.file;
+        EXPECT_NE(lines[0].find(c.said), std::string::npos) << lines[0];
+    }
 }
 
 TEST_F(OtherDriver, LibraryWithoutAllTwelveFunctionsIsNotUsed) {

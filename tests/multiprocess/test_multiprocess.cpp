@@ -2,6 +2,8 @@
 // machine-wide lock and the lifetime of both.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -9,6 +11,7 @@
 #include "support/peer_process.h"
 
 using qv::test::PeerProcess;
+using qv::test::NamespaceObjects;
 
 namespace {
 
@@ -24,6 +27,9 @@ std::vector<std::string> Slots(PeerProcess& peer) {
 std::string Owned(const PeerProcess& owner, const std::string& serial, int address) {
     return "1:" + std::to_string(owner.Pid()) + ":" + serial + ":" + std::to_string(address);
 }
+
+// Set for every test program by qv_test_env.
+const std::string kNamespace = std::getenv("QV_API2_NAMESPACE") ? std::getenv("QV_API2_NAMESPACE") : "";
 
 int FirstNumber(const std::string& line) { return std::stoi(line); }
 int SecondNumber(const std::string& line) { return std::stoi(line.substr(line.find(' ') + 1)); }
@@ -48,6 +54,7 @@ TEST(MultiProcess, FirstLoadStartsWithDefaultsAndASecondProcessSeesItsRecordsAtO
 }
 
 TEST(MultiProcess, LockHeldBeyondTheTimeOutRefusesOtherProcesses) {
+    qv::test::PeerLog log;
     PeerProcess holder, other;
     ASSERT_EQ(holder.Ask("set-timeout 200"), "1");
     ASSERT_EQ(holder.Ask("hold 3000"), "holding");
@@ -59,6 +66,10 @@ TEST(MultiProcess, LockHeldBeyondTheTimeOutRefusesOtherProcesses) {
     EXPECT_EQ(other.Ask("state"), "timeout=200 attach=2 first=1");
     EXPECT_EQ(holder.ReadLine(), "released");
     EXPECT_EQ(other.Ask("set-timeout 300"), "1");
+    EXPECT_NE(log.Text().find("qv_api2[" + std::to_string(other.Pid()) +
+                              "]: the library's lock was not free within the system time-out of 200 ms"),
+              std::string::npos)
+        << log.Text();
 }
 
 TEST(MultiProcess, AWaiterGetsTheLockWhenTheHolderIsKilled) {
@@ -105,10 +116,15 @@ TEST_P(NextLoad, AfterTheLastProcessStartsAfresh) {
             EXPECT_EQ(b.Exit(), 0);
         }
     }
-    PeerProcess c;
-    EXPECT_EQ(c.Ask("state"), "timeout=500 attach=1 first=1");
-    EXPECT_EQ(Slots(c)[0], kFreeSlot);
-    EXPECT_EQ(c.Ask("set-timeout 100"), "1");
+    {
+        PeerProcess c;
+        EXPECT_EQ(c.Ask("state"), "timeout=500 attach=1 first=1");
+        EXPECT_EQ(Slots(c)[0], kFreeSlot);
+        EXPECT_EQ(c.Ask("set-timeout 100"), "1");
+        EXPECT_EQ(c.Exit(), 0);
+    }
+    // What killed processes left goes with the next last process.
+    EXPECT_EQ(NamespaceObjects(kNamespace), std::vector<std::string>{});
 }
 
 INSTANTIATE_TEST_SUITE_P(Killed, NextLoad, ::testing::Bool());
@@ -126,6 +142,38 @@ TEST(MultiProcess, BlockSurvivesWhileALiveProcessStillHasIt) {
     }
     PeerProcess d;
     EXPECT_EQ(d.Ask("state").substr(0, 12), "timeout=2222");
+}
+
+TEST(MultiProcess, TheLastToLeaveRemovesEveryObjectEvenIfItNeverTookTheLock) {
+    {
+        PeerProcess a;
+        ASSERT_EQ(a.Ask("set-timeout 1111"), "1");
+        PeerProcess b;
+        ASSERT_TRUE(b.Started());
+        EXPECT_EQ(a.Exit(), 0);
+        EXPECT_EQ(b.Exit(), 0);
+    }
+    EXPECT_EQ(NamespaceObjects(kNamespace), std::vector<std::string>{});
+}
+
+TEST(MultiProcess, LoadsWhileTheLastProcessLeavesGetAWorkingTable) {
+    // Each round one process leaves as two others load: they must find the
+    // old table or one fresh table, never a half-removed one or two tables.
+    auto current = std::make_unique<PeerProcess>();
+    for (int round = 0; round < 20; ++round) {
+        current->Send("exit");
+        auto first = std::make_unique<PeerProcess>();
+        auto second = std::make_unique<PeerProcess>();
+        ASSERT_TRUE(first->Started() && second->Started()) << round;
+        EXPECT_EQ(current->Wait(), 0) << round;
+        const std::string timeout = std::to_string(200 + round);
+        EXPECT_EQ(first->Ask("set-timeout " + timeout), "1") << round;
+        EXPECT_EQ(second->Ask("state").substr(0, 12), "timeout=" + timeout + " ") << round;
+        EXPECT_EQ(first->Exit(), 0) << round;
+        current = std::move(second);
+    }
+    EXPECT_EQ(current->Exit(), 0);
+    EXPECT_EQ(NamespaceObjects(kNamespace), std::vector<std::string>{});
 }
 
 TEST(MultiProcess, VersionAnswersWhileAnotherProcessHoldsTheLock) {

@@ -62,6 +62,7 @@ TEST_F(OwnershipProcesses, AnotherProcesssSensorIsListedWithANegativeIndex) {
 // Slots of a killed process are freed by the next listing in any other
 // process, wherever they lie among the slots of living processes.
 TEST_F(OwnershipProcesses, KilledOwnersSlotsAreFreedByTheNextListing) {
+    qv::test::PeerLog log;
     for (int victim = 0; victim < 3; ++victim) {
         SCOPED_TRACE(victim);
         PeerProcess p0, p1, p2, observer;
@@ -69,8 +70,14 @@ TEST_F(OwnershipProcesses, KilledOwnersSlotsAreFreedByTheNextListing) {
         const char* serials[] = {"AAA111", "BBB222", "CCC333"};
         for (int i = 0; i < 3; ++i)
             ASSERT_EQ(peers[i]->Ask(std::string("init ") + serials[i]), std::to_string(i + 1));
+        const int victimPid = peers[victim]->Pid();
         peers[victim]->Kill();
         const auto list = Words(observer.Ask("list"));
+        EXPECT_NE(log.Text().find(std::string("sensor ") + serials[victim] + " (address " +
+                                  std::to_string(victim + 1) + ") reclaimed from process " +
+                                  std::to_string(victimPid) + ", which has ended"),
+                  std::string::npos)
+            << log.Text();
         ASSERT_EQ(list.size(), 4u);
         for (int i = 0; i < 3; ++i) {
             // The victim's sensor is free again (positive index); the others

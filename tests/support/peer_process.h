@@ -1,6 +1,9 @@
 // Starts a peer process (support/peer.cpp) and talks to it line by line.
 #pragma once
 
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <string>
 
 #include "support/process.h"
@@ -40,11 +43,29 @@ public:
         return child_.Wait();
     }
 
+    // Waits for it to end (after Send("exit")); its exit status.
+    int Wait() { return child_.Wait(); }
+
     void Kill() { child_.Kill(); }
 
 private:
     ChildProcess child_;
     int peerPid_ = -1;
+};
+
+// Turns the library's diagnostic lines on, into a file, for the peers started
+// while it lives.
+class PeerLog {
+public:
+    PeerLog() { SetEnv("QV_API2_LOG", path_); }
+    ~PeerLog() { UnsetEnv("QV_API2_LOG"); }
+    std::string Text() const {
+        std::ifstream in(path_);
+        return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    }
+
+private:
+    const std::string path_ = std::string(std::getenv("QV_TEST_TMPDIR")) + "/peers.log";
 };
 
 }  // namespace qv::test

@@ -33,6 +33,10 @@ std::string MakeTemporaryDirectory(const std::string& prefix);
 // outlive their last handle).
 void RemoveNamespaceObjects(const std::string& ns);
 
+// Names of the machine-wide objects of namespace `ns` that exist now (POSIX:
+// shared-memory objects; Windows: none outlive their last handle).
+std::vector<std::string> NamespaceObjects(const std::string& ns);
+
 // Dynamic libraries, for programs that load the library at run time as
 // applications do. Null on failure.
 void* LoadSharedLibrary(const std::string& file);

@@ -51,6 +51,16 @@ void RemoveNamespaceObjects(const std::string& ns) {
     closedir(dir);
 }
 
+std::vector<std::string> NamespaceObjects(const std::string& ns) {
+    std::vector<std::string> names;
+    DIR* dir = opendir("/dev/shm");
+    if (!dir) return names;
+    while (dirent* e = readdir(dir))
+        if (std::strstr(e->d_name, ns.c_str())) names.emplace_back(e->d_name);
+    closedir(dir);
+    return names;
+}
+
 void* LoadSharedLibrary(const std::string& file) { return dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL); }
 
 void* SharedLibraryFunction(void* library, const char* name) {

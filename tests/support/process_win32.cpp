@@ -70,6 +70,8 @@ void RemoveNamespaceObjects(const std::string&) {
     // Named kernel objects vanish with their last handle, killed holders included.
 }
 
+std::vector<std::string> NamespaceObjects(const std::string&) { return {}; }
+
 void* LoadSharedLibrary(const std::string& file) {
     return reinterpret_cast<void*>(LoadLibraryA(file.c_str()));
 }

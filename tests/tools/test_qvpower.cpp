@@ -153,6 +153,14 @@ INSTANTIATE_TEST_SUITE_P(
                 "PP_GetTrace(5, &trace, 10000, &count) returned -100: the sensor delivered no complete trace"},
         Outcome{{"trace", "@5", "-t", "30"}, 2, "--sweep-time"},
         Outcome{{"measure", "burst", "--help"}, 0, "Usage:"}, Outcome{{"analyse", "--help"}, 0, "Usage:"},
+        Outcome{{"doctor"}, 0, "loaded, all 12 functions present"},
+        Outcome{{"doctor"}, 0, "cal due 2027-03-31"},
+        Outcome{{"doctor"}, 0, "cal due erased (no date stored)"},
+        Outcome{{"doctor", "--json"}, 0, R"x("cal_due":"2027-03-31","cal_due_state":"set","owner":"free")x"},
+        Outcome{{"explain", "-2", "QV_SensorCnt"}, 0, "-2 from QV_SensorCnt: the sensor driver library is missing"},
+        Outcome{{"explain", "-2"}, 0, "-2 in general: invalid device index"},
+        Outcome{{"explain", "-99"}, 1, "-99: no export is documented to return this code"},
+        Outcome{{"explain", "1", "QV_Nope"}, 2, "unknown export QV_Nope"},
         Outcome{{"measure", "burst", "@5", "--start", "1", "--length", "1000000"}, 1,
                 "QV_MeasureBurst_DBM(5, 1, 1000000, 0, &maximum, &average, &minimum) returned -1: the window is out of range"},
         // A gate beyond the 1 ms sweep of the fresh trace.
@@ -167,6 +175,26 @@ INSTANTIATE_TEST_SUITE_P(
 
 // Readings of known simulated signals: the tool's options reach the library
 // and its output reads back.
+// A set-up mistake is named by doctor, and by the library's log line.
+TEST_F(QvPower, DoctorAndTheLogSayWhatIsWrongWithTheSetUp) {
+    const std::string base = std::getenv("QV_TEST_TMPDIR");
+    std::ofstream(base + "/file") << "x";
+    const std::string driver = std::getenv("QV_USBDRVD"), data = std::getenv("QV_API2_DATA_DIR");
+    SetEnv("QV_USBDRVD", base + "/nonexistent-driver");
+    SetEnv("QV_API2_DATA_DIR", base + "/file/data");
+    SetEnv("QV_API2_LOG", "stderr");
+    const ToolRun doctor = Run({"doctor"});
+    const ToolRun list = Run({"list"});
+    SetEnv("QV_USBDRVD", driver);
+    SetEnv("QV_API2_DATA_DIR", data);
+    UnsetEnv("QV_API2_LOG");
+    EXPECT_EQ(doctor.status, 1);
+    EXPECT_NE(doctor.output.find("not loaded: "), std::string::npos) << doctor.output;
+    EXPECT_NE(doctor.output.find("/file/data (not writable: "), std::string::npos) << doctor.output;
+    EXPECT_EQ(list.status, 1);
+    EXPECT_NE(list.output.find("nonexistent-driver could not be loaded ("), std::string::npos) << list.output;
+}
+
 TEST_F(QvPower, CwReadingsInJsonAgreeWithTheInputPower) {
     ASSERT_EQ(qvsim_set_cw_power(first_, -12.0), QVSIM_OK);
     const ToolRun run = Run({"measure", "cw", "AB1234", "-f", "1GHz", "-a", "4", "-n", "3", "--json"});
