@@ -6,6 +6,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <dirent.h>
+
 #include <cstdlib>
 
 namespace qv::test {
@@ -15,6 +17,32 @@ bool MakeSymbolicLink(const std::string& target, const std::string& link) {
 }
 
 bool MakeFifo(const std::string& path) { return mkfifo(path.c_str(), 0666) == 0; }
+
+FileAccess AccessOf(const std::string& path) {
+    struct stat st {};
+    if (lstat(path.c_str(), &st) != 0) return {};
+    return {true, st.st_uid, st.st_gid, static_cast<std::uint32_t>(st.st_mode & 07777)};
+}
+
+std::vector<std::string> NamespaceObjects(const std::string& ns) {
+    std::vector<std::string> paths;
+    if (DIR* dir = opendir("/dev/shm")) {
+        while (dirent* e = readdir(dir)) {
+            const std::string name = e->d_name;
+            if (!ns.empty() && name.find(ns) != std::string::npos) paths.push_back("/dev/shm/" + name);
+        }
+        closedir(dir);
+    }
+    return paths;
+}
+
+bool SetAccess(const std::string& path, std::uint32_t uid, std::uint32_t gid, std::uint32_t mode) {
+    return chown(path.c_str(), uid, gid) == 0 && chmod(path.c_str(), mode) == 0;
+}
+
+std::uint32_t SetFileMask(std::uint32_t mask) { return umask(static_cast<mode_t>(mask)); }
+
+bool RunningAsRoot() { return geteuid() == 0; }
 
 // The guard is the flock on the shared-memory object "<block><namespace>.guard".
 AttachGuardHolder::AttachGuardHolder() {
