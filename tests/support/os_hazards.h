@@ -36,6 +36,26 @@ std::uint32_t SetFileMask(std::uint32_t mask);
 
 bool RunningAsRoot();
 
+// No file of this process may grow beyond `bytes`, as on a full disk: writes
+// past it fail (POSIX: RLIMIT_FSIZE, its signal ignored). False where unavailable.
+bool LimitFileSize(long bytes);
+
+// Makes a directory read-only for this process, even for root (a read-only
+// bind mount then); undone on destruction. Held() false when it cannot be done.
+class ReadOnlyDirectory {
+public:
+    explicit ReadOnlyDirectory(const std::string& path);
+    ~ReadOnlyDirectory();
+    ReadOnlyDirectory(const ReadOnlyDirectory&) = delete;
+    ReadOnlyDirectory& operator=(const ReadOnlyDirectory&) = delete;
+    bool Held() const { return held_; }
+
+private:
+    std::string path_;
+    bool mounted_ = false;
+    bool held_ = false;
+};
+
 // Holds the library's attach guard of this process's namespace, as a process
 // stopped in the middle of loading the library would, for its lifetime.
 class AttachGuardHolder {

@@ -3,12 +3,16 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/mman.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <dirent.h>
 
+#include <csignal>
 #include <cstdlib>
+#include <fstream>
 
 namespace qv::test {
 
@@ -43,6 +47,37 @@ bool SetAccess(const std::string& path, std::uint32_t uid, std::uint32_t gid, st
 std::uint32_t SetFileMask(std::uint32_t mask) { return umask(static_cast<mode_t>(mask)); }
 
 bool RunningAsRoot() { return geteuid() == 0; }
+
+bool LimitFileSize(long bytes) {
+    std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit limit {static_cast<rlim_t>(bytes), static_cast<rlim_t>(bytes)};
+    return setrlimit(RLIMIT_FSIZE, &limit) == 0;
+}
+
+namespace {
+bool Writable(const std::string& dir) {
+    const std::string probe = dir + "/.probe";
+    const int fd = open(probe.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0600);
+    if (fd < 0) return false;
+    close(fd);
+    unlink(probe.c_str());
+    return true;
+}
+}  // namespace
+
+ReadOnlyDirectory::ReadOnlyDirectory(const std::string& path) : path_(path) {
+    chmod(path.c_str(), 0555);
+    if (Writable(path) && mount(path.c_str(), path.c_str(), nullptr, MS_BIND, nullptr) == 0) {
+        mounted_ = true;
+        mount(nullptr, path.c_str(), nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY, nullptr);
+    }
+    held_ = !Writable(path);
+}
+
+ReadOnlyDirectory::~ReadOnlyDirectory() {
+    if (mounted_) umount(path_.c_str());
+    chmod(path_.c_str(), 0700);
+}
 
 // The guard is the flock on the shared-memory object "<block><namespace>.guard".
 AttachGuardHolder::AttachGuardHolder() {

@@ -23,6 +23,10 @@ bool SetAccess(const std::string&, std::uint32_t, std::uint32_t, std::uint32_t) 
 std::uint32_t SetFileMask(std::uint32_t) { return 0; }
 bool RunningAsRoot() { return false; }
 
+bool LimitFileSize(long) { return false; }
+ReadOnlyDirectory::ReadOnlyDirectory(const std::string& path) : path_(path) {}
+ReadOnlyDirectory::~ReadOnlyDirectory() {}
+
 // The guard is the named mutex "Local\<block><namespace>.guard".
 AttachGuardHolder::AttachGuardHolder() {
     const char* ns = std::getenv("QV_API2_NAMESPACE");
