@@ -91,7 +91,10 @@ public:
     // Every setting read back as its thread last set it.
     long CheckOwned() {
         long lost = 0;
-        for (int t = 0; t < threads_; ++t) lost += CheckThread(t);
+        for (int t = 0; t < threads_; ++t) {
+            const long r = CheckThread(t);
+            lost += r < 0 ? 1 : r;  // nothing else runs now: a failed read counts too
+        }
         return lost;
     }
 
@@ -146,20 +149,21 @@ private:
             if (t % 2 == 0) {
                 const double frequency = 1e8 + static_cast<double>(random() % 1000) * 1e6;
                 const double offset = static_cast<double>(random() % 200) / 10.0 - 10.0;
-                if (QV_SetFrequency(address_, frequency) != 1 || QV_SetOffset(address_, offset) != 1)
-                    return false;
+                if (QV_SetFrequency(address_, frequency) != 1) return false;
                 o.frequency = frequency;
+                if (QV_SetOffset(address_, offset) != 1) return false;
                 o.offset = offset;
             } else {
                 const std::int32_t averages = 1 + static_cast<std::int32_t>(random() % 16);
                 const std::int32_t units = static_cast<std::int32_t>(random() % 2 ? QV_UNIT_DBM : QV_UNIT_W);
-                if (QV_SetAverages(address_, averages) != 1 ||
-                    QV_SetMeasurementPowerUnits(address_, units) != 1)
-                    return false;
+                if (QV_SetAverages(address_, averages) != 1) return false;
                 o.averages = averages;
+                if (QV_SetMeasurementPowerUnits(address_, units) != 1) return false;
                 o.units = units;
             }
-            f.lost += CheckThread(t);
+            const long lost = CheckThread(t);
+            if (lost < 0) return false;
+            f.lost += lost;
             return true;
         }
         if (kind < 6) {
@@ -175,16 +179,20 @@ private:
         return QV_SensorList(list, 16) == 1 && QV_SensorCnt() >= 1;
     }
 
+    // Settings of thread t that read back other than it set them; -1 when a
+    // read failed (it waited out the lock).
     long CheckThread(int t) {
         const Owned& o = owned_[static_cast<std::size_t>(t)];
         if (t % 2 == 0) {
             double frequency = 0, offset = 0;
-            return (QV_GetFrequency(address_, &frequency) != 1 || frequency != o.frequency) +
-                   (QV_GetOffset(address_, &offset) != 1 || offset != o.offset);
+            if (QV_GetFrequency(address_, &frequency) != 1 || QV_GetOffset(address_, &offset) != 1)
+                return -1;
+            return (frequency != o.frequency) + (offset != o.offset);
         }
         std::int32_t averages = 0, units = -1;
-        return (QV_GetAverages(address_, &averages) != 1 || averages != o.averages) +
-               (QV_GetMeasurementPowerUnits(address_, &units) != 1 || units != o.units);
+        if (QV_GetAverages(address_, &averages) != 1 || QV_GetMeasurementPowerUnits(address_, &units) != 1)
+            return -1;
+        return (averages != o.averages) + (units != o.units);
     }
 
     int index_, address_, threads_;
