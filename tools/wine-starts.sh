@@ -6,12 +6,14 @@
 # every start that fails and prints the counts. JOBS 1 (the default) starts one
 # program at a time; with JOBS above 1, that many chain-and-plain pairs start
 # at once, as ctest -j starts tests side by side.
-#   tools/wine-starts.sh BUILD_DIR COUNT [SECONDS] [JOBS]
+#   tools/wine-starts.sh BUILD_DIR COUNT [SECONDS] [JOBS] [norandom]
+# "norandom" starts Wine without address randomisation, as wine-run.sh does.
 # BUILD_DIR is a Windows cross-build (see .ci/run); SECONDS ends the run early.
-# Results go to BUILD_DIR/wine-starts-JOBS/ (summary.txt, failures.txt, logs).
+# Results go to BUILD_DIR/wine-starts-JOBS-MODE/ (summary.txt, failures.txt, logs).
 set -uo pipefail
-build=$(cd "$1" && pwd); count=$2; limit=${3:-0}; jobs=${4:-1}
-out=$build/wine-starts-$jobs; rm -rf "$out"; mkdir -p "$out"
+build=$(cd "$1" && pwd); count=$2; limit=${3:-0}; jobs=${4:-1}; mode=${5:-random}
+out=$build/wine-starts-$jobs-$mode; rm -rf "$out"; mkdir -p "$out"
+prefix=(); [[ $mode == norandom ]] && prefix=(setarch "$(uname -m)" -R)
 export WINEPREFIX=$build/wineprefix WINEDLLOVERRIDES='mscoree,mshtml='
 "$build/wine-run.sh" --start || exit 1
 echo 'int main(void) { return 0; }' | x86_64-w64-mingw32-gcc -x c - -o "$out/plain.exe" || exit 1
@@ -25,7 +27,7 @@ start_one() {  # KIND N
   else
     cmd=("$out/plain.exe")
   fi
-  WINEDEBUG=+process,+loaddll,+seh,err+all "$wine64" "${cmd[@]}" </dev/null >"$log" 2>&1
+  WINEDEBUG=+process,+loaddll,+seh,err+all "${prefix[@]}" "$wine64" "${cmd[@]}" </dev/null >"$log" 2>&1
   local status=$?
   if ((status == 0)); then rm -f "$log"; else echo "$1 $2: status $status" >>"$out/failures.txt"; fi
 }
