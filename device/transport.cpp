@@ -44,13 +44,29 @@ std::int64_t CloseDevice(std::int64_t h) {
     return h;
 }
 
+namespace {
+// Whether the place holds a sensor in use, which is reached only through its
+// slot. A slot's remembered index goes stale when its sensor is unplugged and
+// a later one moves up: the place counts as free only when its path names a
+// sensor that is neither the slot's nor in any other slot.
+bool PlaceInUse(std::int32_t index) {
+    const std::int32_t slot = InUseSlotByDevId(index);
+    if (slot == kNoSlot) return false;
+    char here[kSerialChars + 1] = {};
+    if (SerialFromDevicePath(index, here) != 1) return true;
+    char prefix[kSerialChars + 1] = {};
+    std::memcpy(prefix, here, std::strlen(Slot(slot).serial));
+    return SerialNumbersMatch(prefix, Slot(slot).serial) || InUseSlotBySerial(here) != kNoSlot;
+}
+}  // namespace
+
 std::int64_t OpenDevice_SN(const char* serial) {
     const std::int32_t n = DeviceCount();
     if (n < 1) return -1;
     // A sensor in use is reached only through its slot.
     if (InUseSlotBySerial(serial) != kNoSlot) return -1;
     for (std::int32_t i = 1; i <= n; ++i) {
-        if (InUseSlotByDevId(i) != kNoSlot) continue;
+        if (PlaceInUse(i)) continue;
         TransientDevice device(OpenDevice_Idx(i), true);
         if (!device.Valid()) continue;
         char found[100] = {};

@@ -22,6 +22,7 @@
 #include <sys/mman.h>
 #include <sys/random.h>
 #include <sys/stat.h>
+#include <sys/types.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -52,10 +53,52 @@ std::string ObjectName(const char* base, const char* suffix) {
     return name;
 }
 
+// Who may use what the library puts on the machine. The users meant to share
+// sensors are the members of the data directory's group, when that directory
+// is marked shared by its set-group-id bit (tools/install-permissions.sh makes
+// it so, for the group "qvpower"); everything is then 0660 (directories 2770)
+// in that group. Without the mark only the owner gets in (0600, 0700). Nobody
+// else ever does, and the umask is not allowed to decide either way.
+struct Access {
+    bool shared = false;
+    gid_t group = 0;
+};
+
+Access DataAccess() {
+    Access access;
+    struct stat st {};
+    if (stat(DataDirectory().c_str(), &st) == 0 && S_ISDIR(st.st_mode) && (st.st_mode & S_ISGID)) {
+        access.shared = true;
+        access.group = st.st_gid;
+    }
+    return access;
+}
+
+mode_t FileMode(const Access& access) { return access.shared ? 0660 : 0600; }
+
+// Gives an object or file we created the access above. An object found
+// already there is used only when it lets in nobody beyond that: one left
+// open to everybody, or one the wrong group shares, is tightened when it is
+// ours and refused (false) when it belongs to someone else.
+bool ApplyAccess(int fd, const Access& access) {
+    struct stat st {};
+    if (fstat(fd, &st) != 0) return false;
+    const mode_t mode = FileMode(access);
+    const bool groupOk = !(st.st_mode & 0070) || (access.shared && st.st_gid == access.group);
+    if ((st.st_mode & 07777) == mode && groupOk) return true;
+    if (st.st_uid != geteuid()) return !(st.st_mode & 0007) && groupOk;
+    if (access.shared && st.st_gid != access.group && fchown(fd, static_cast<uid_t>(-1), access.group) != 0)
+        return fchmod(fd, 0600) == 0;  // not a member of that group: keep it to ourselves
+    return fchmod(fd, mode) == 0;
+}
+
 int OpenObject(const std::string& name, int flags) {
-    // Other users of the machine share the block: do not let the umask decide.
-    const int fd = shm_open(name.c_str(), flags | O_CLOEXEC, 0666);
-    if (fd >= 0 && (flags & O_CREAT)) fchmod(fd, 0666);
+    int fd = shm_open(name.c_str(), flags | O_CLOEXEC, 0600);
+    if (fd >= 0 && !ApplyAccess(fd, DataAccess())) {
+        close(fd);
+        fd = -1;
+        errno = EACCES;
+    }
     return fd;
 }
 
@@ -560,11 +603,17 @@ FileRead ReadFile(const std::string& path, std::vector<std::uint8_t>& contents,
 }
 
 namespace {
+// Directories made here inherit the set-group-id mark and group of a shared
+// parent (the kernel does that); the mode is set explicitly so that no umask
+// opens or closes them for the group.
 void MakeParents(const std::string& path) {
     for (std::size_t i = 1; i < path.size(); ++i) {
         if (path[i] != '/') continue;
         const std::string prefix = path.substr(0, i);
-        mkdir(prefix.c_str(), 0777);
+        if (mkdir(prefix.c_str(), 0700) != 0) continue;
+        struct stat st {};
+        if (stat(prefix.c_str(), &st) == 0)
+            chmod(prefix.c_str(), (st.st_mode & S_ISGID) ? 02770 : 0700);
     }
 }
 
@@ -613,16 +662,23 @@ bool WriteFileAtomic(const std::string& path, const void* data, std::size_t size
     int fd = -1;
     for (int attempt = 0; attempt < 8 && fd < 0; ++attempt) {
         temp = TemporaryName(path, CurrentProcessId(), RandomValue());
-        fd = open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+        fd = open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
         if (fd < 0 && errno != EEXIST) break;
     }
+    const std::size_t slash = path.rfind('/');
+    const std::string parent = slash == std::string::npos ? "." : path.substr(0, slash);
     if (fd < 0) {
         // Mostly a data directory that cannot be made or written.
         const std::string why = LastErrorText();
-        const std::size_t slash = path.rfind('/');
         Log("cannot write %s: directory %s cannot be made or written (%s)", path.c_str(),
-            slash == std::string::npos ? "." : path.substr(0, slash).c_str(), why.c_str());
+            parent.c_str(), why.c_str());
         return false;
+    }
+    // A file in a shared directory already has the directory's group.
+    {
+        struct stat dir {};
+        const bool shared = stat((parent + "/").c_str(), &dir) == 0 && (dir.st_mode & S_ISGID);
+        fchmod(fd, shared ? 0660 : 0600);
     }
     const auto* bytes = static_cast<const std::uint8_t*>(data);
     std::size_t done = 0;

@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "calibration/cal_tables.h"
+#include "device/driver.h"
 #include "device/transport.h"
 #include "frame/lookups.h"
 #include "profiling/sweep_config.h"
@@ -172,6 +173,28 @@ bool PrepareTrigger(int slot, int row) {
     }
 }
 
+// The handles of a sensor that was unplugged are dead for good, even once it
+// is back. A trace that read nothing gives them up and opens the sensor afresh
+// at its place (only when the same sensor answers there); when it is not back
+// yet, the next trace tries again. Which slots wait for that is this process's
+// own business (it owns them): kept here, not in the shared table.
+bool g_handleLost[kSlotCount] = {};
+
+void RenewHandles(int slot) {
+    DeviceRecord& r = Slot(slot);
+    if (IsHandle(r.winUsbHandle)) {
+        try {
+            driver::CloseWinUSBHandle(r.winUsbHandle);
+        } catch (const DriverFault&) {
+        }
+    }
+    CloseDevice(r.deviceHandle);
+    r.winUsbHandle = kNoHandle;
+    const std::int64_t h = OpenKnownDevice_Idx(r.devId, r.serial);
+    r.deviceHandle = IsHandle(h) ? h : kNoHandle;
+    g_handleLost[slot] = !IsHandle(h);
+}
+
 std::int32_t DirectPath(int slot, double* trace, std::int32_t length) {
     DeviceRecord& r = Slot(slot);
     const int row = r.trace.sweepTimeIdx;
@@ -231,10 +254,13 @@ std::int32_t GetTrace(std::int32_t address, double* trace, std::int32_t length,
         return delayed ? kDelayedBufferShort : kTraceBufferShort;
     if (!known || t.sweepTimeUsec != SweepConfigRow(idx).sweepTimeUsec)
         return delayed ? kDelayedSweepTimeInconsistent : kTraceSweepTimeInconsistent;
+    if (!IsHandle(r.deviceHandle) && g_handleLost[slot]) RenewHandles(slot);
     if (!IsHandle(r.deviceHandle)) return delayed ? kDelayedNoDeviceHandle : kTraceNoDeviceHandle;
+    g_handleLost[slot] = false;
 
     const std::int32_t result = delayed ? DelayedPath(slot, trace, length)
                                         : DirectPath(slot, trace, length);
+    if (result == kTraceNothingRead || result == kDelayedNothingRead) RenewHandles(slot);
     if (result == 1) *count = length;
     return result;
 }

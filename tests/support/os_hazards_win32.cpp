@@ -16,6 +16,17 @@ bool MakeSymbolicLink(const std::string& target, const std::string& link) {
 
 bool MakeFifo(const std::string&) { return false; }
 
+// Windows objects carry security descriptors instead (see platform_win32.cpp).
+FileAccess AccessOf(const std::string&) { return {}; }
+std::vector<std::string> NamespaceObjects(const std::string&) { return {}; }
+bool SetAccess(const std::string&, std::uint32_t, std::uint32_t, std::uint32_t) { return false; }
+std::uint32_t SetFileMask(std::uint32_t) { return 0; }
+bool RunningAsRoot() { return false; }
+
+bool LimitFileSize(long) { return false; }
+ReadOnlyDirectory::ReadOnlyDirectory(const std::string& path) : path_(path) {}
+ReadOnlyDirectory::~ReadOnlyDirectory() {}
+
 // The guard is the named mutex "Local\<block><namespace>.guard".
 AttachGuardHolder::AttachGuardHolder() {
     const char* ns = std::getenv("QV_API2_NAMESPACE");

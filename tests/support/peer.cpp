@@ -11,11 +11,14 @@
 #include <sstream>
 #include <string>
 
+#include "calibration/cal_image.h"
 #include "calibration/ownership.h"
 #include "frame/frame.h"
 #include "frame/lookups.h"
 #include "frame/shared_table.h"
+#include "platform/platform.h"
 #include "qv_api2.h"
+#include "support/os_hazards.h"
 
 using namespace qv;
 
@@ -182,6 +185,21 @@ int main() {
                 });
                 Reply(QV_WriteStateToINI(address) == 1 ? "saved" : "failed");
             }
+        } else if (command == "cache-forever") {
+            // Initialises the sensor from the sensor itself again and again,
+            // each time writing its calibration cache anew, until killed.
+            std::string serial;
+            in >> serial;
+            for (;;) {
+                QV_UninitializeSensor_SN(serial.c_str());
+                platform::RemoveFile(CalCachePath(serial.c_str()));
+                Reply(QV_InitializeSensor_SN(serial.c_str()) >= 1 ? "cached" : "failed");
+            }
+        } else if (command == "limit-file-size") {
+            // As on a full disk: no file may grow beyond the given bytes.
+            long bytes = 0;
+            in >> bytes;
+            Reply(test::LimitFileSize(bytes) ? "1" : "0");
         } else if (command == "read-ini") {
             int address = 0;
             in >> address;
