@@ -69,7 +69,7 @@ TEST_P(CreatedAccess, ObjectsDirectoriesAndFilesLetInOnlyTheIntendedUsers) {
         const auto objects = test::NamespaceObjects(ns_);
         EXPECT_GE(objects.size(), 4u);  // guard, presence, block, lock
         for (const std::string& object : objects) {
-            const test::FileAccess a = test::AccessOf(object);
+            const test::FileAccess a = test::AccessOf("/dev/shm/" + object);
             EXPECT_EQ(a.mode, c.file) << object;
             EXPECT_TRUE(!c.shared || a.gid == group) << object;
         }

@@ -25,9 +25,6 @@ struct FileAccess {
 };
 FileAccess AccessOf(const std::string& path);
 
-// Paths of the shared-memory objects of the library's namespace `ns` (POSIX).
-std::vector<std::string> NamespaceObjects(const std::string& ns);
-
 // Makes `path` owned by `uid`:`gid` with permission bits `mode`; false on failure.
 bool SetAccess(const std::string& path, std::uint32_t uid, std::uint32_t gid, std::uint32_t mode);
 

@@ -28,18 +28,6 @@ FileAccess AccessOf(const std::string& path) {
     return {true, st.st_uid, st.st_gid, static_cast<std::uint32_t>(st.st_mode & 07777)};
 }
 
-std::vector<std::string> NamespaceObjects(const std::string& ns) {
-    std::vector<std::string> paths;
-    if (DIR* dir = opendir("/dev/shm")) {
-        while (dirent* e = readdir(dir)) {
-            const std::string name = e->d_name;
-            if (!ns.empty() && name.find(ns) != std::string::npos) paths.push_back("/dev/shm/" + name);
-        }
-        closedir(dir);
-    }
-    return paths;
-}
-
 bool SetAccess(const std::string& path, std::uint32_t uid, std::uint32_t gid, std::uint32_t mode) {
     return chown(path.c_str(), uid, gid) == 0 && chmod(path.c_str(), mode) == 0;
 }

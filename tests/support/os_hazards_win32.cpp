@@ -18,7 +18,6 @@ bool MakeFifo(const std::string&) { return false; }
 
 // Windows objects carry security descriptors instead (see platform_win32.cpp).
 FileAccess AccessOf(const std::string&) { return {}; }
-std::vector<std::string> NamespaceObjects(const std::string&) { return {}; }
 bool SetAccess(const std::string&, std::uint32_t, std::uint32_t, std::uint32_t) { return false; }
 std::uint32_t SetFileMask(std::uint32_t) { return 0; }
 bool RunningAsRoot() { return false; }
