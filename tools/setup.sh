@@ -4,7 +4,7 @@
 #   tools/setup.sh [PACKAGE...]
 set -euo pipefail
 packages=(cmake ninja-build g++ make pkg-config libgtest-dev libgmock-dev libbenchmark-dev
-          libcli11-dev nlohmann-json3-dev "$@")
+          libcli11-dev nlohmann-json3-dev python3 clang-14 libclang-rt-14-dev "$@")
 missing=()
 for p in "${packages[@]}"; do
   dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")

@@ -27,7 +27,8 @@ std::vector<std::string> StrayFiles() {
     for (const auto& entry : fs::recursive_directory_iterator(root)) {
         if (entry.is_directory() || entry.path().filename() == "bus.qvsim") continue;
         const std::string name = entry.path().filename().string();
-        if (entry.path().parent_path() != data || !std::regex_match(name, allowed))
+        std::error_code error;
+        if (!fs::equivalent(entry.path().parent_path(), data, error) || !std::regex_match(name, allowed))
             stray.push_back(entry.path().string());
     }
     return stray;

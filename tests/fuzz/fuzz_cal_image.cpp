@@ -19,7 +19,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     CrossoverBounds(slot, freq, &bounds[0], &bounds[1], &bounds[2], &bounds[3]);
 
     // The same bytes as the sensor's cache file, whole or cut short.
-    platform::WriteFileAtomic(CalCachePath(kArgsSerial), data, size);
+    PutFile(CalCachePath(kArgsSerial), data, size);
     std::vector<std::uint8_t> read(kCalImageBytes);
     ReadCalCache(kArgsSerial, kCalImageBytes, read.data(), kCalTestBytes, image.data(),
                  CalChecksum(size, data));

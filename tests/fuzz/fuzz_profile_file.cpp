@@ -14,7 +14,7 @@ using namespace qv::test;
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const int slot = FuzzSlot();
     const std::string path = StateFilePath(slot);
-    platform::WriteFileAtomic(path, data, size);
+    PutFile(path, data, size);
 
     char values[4][64];
     platform::ProfileRead reads[] = {{"Freq", "x", values[0], 64, 0},

@@ -3,6 +3,8 @@
 #pragma once
 
 #include <cstdlib>
+#include <fstream>
+#include <string>
 
 #include "frame/lookups.h"
 #include "support/export_args.h"
@@ -22,6 +24,12 @@ inline std::vector<std::uint8_t> Cycled(const std::uint8_t* data, std::size_t n,
     std::vector<std::uint8_t> out(size, 0);
     for (std::size_t i = 0; n > 0 && i < size; ++i) out[i] = data[i % n];
     return out;
+}
+
+// Puts bytes at a path plainly (no flush to disk: the fuzzer writes thousands).
+inline void PutFile(const std::string& path, const std::uint8_t* data, std::size_t size) {
+    std::ofstream(path, std::ios::binary | std::ios::trunc)
+        .write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
 }
 
 }  // namespace qv::test

@@ -15,7 +15,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const int slot = FuzzSlot();
     ByteSource in(data, size);
     ExportArgs a(in);
-    PP_SetSweepTime(kArgsAddress, SweepConfigRow(in.Byte() % kUserSweepRows).sweepTimeUsec);
+    // Sweeps of 20 ms and more run the same steps on up to 500,000 points:
+    // rarer, so that the fuzzer gets on.
+    const std::uint8_t row = in.Byte();
+    PP_SetSweepTime(kArgsAddress, SweepConfigRow(row < 224 ? row % 10 : row % kUserSweepRows).sweepTimeUsec);
     PP_SetSweepDelayMode(kArgsAddress, a.Int());
     PP_SetSweepDelay(kArgsAddress, a.Int());
     PP_SetUndersampling20ms_50ms_100ms(kArgsAddress, a.Int());
