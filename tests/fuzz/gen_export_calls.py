@@ -49,7 +49,6 @@ def body(fn, ps):
     lines, done = [], set()
     arrays = [(t, n) for t, n in ps if n in ARRAYS and t != "const char*"]
     rooms = {room_of(fn, n, ps) for t, n in arrays}
-    inputs = {room_of(fn, n, ps) for t, n in arrays if t.startswith("const ")}
 
     def emit(i):
         if i in done:
@@ -73,7 +72,7 @@ def body(fn, ps):
         elif name in ("address", "oldAddress", "newAddress"):
             expr = f"static_cast<{typ}>(a.Address())"
         elif name in COUNTS:
-            expr = "a.InputCount()" if f"p{i}" in inputs else "a.Count()"
+            expr = "a.BufferCount()" if f"p{i}" in rooms else "a.Count()"
         elif typ in ("int32_t", "uint32_t"):
             expr = f"static_cast<{typ}>(a.Int())"
         elif typ == "double":

@@ -44,8 +44,8 @@ inline constexpr const char* kArgsSerial = "FUZZ01";
 
 class ExportArgs {
 public:
-    // No export writes more than 10,001 elements (the longest trace), so a
-    // buffer of this room stands for any larger count.
+    // Largest buffer handed over: a count that gives a buffer's room is
+    // backed by a real buffer, since an export may fill all of it.
     static constexpr std::int32_t kMaxRoom = 1 << 16;
     static constexpr std::size_t kGuard = 64;
     static constexpr std::uint8_t kGuardByte = 0xA5;
@@ -61,15 +61,15 @@ public:
         if (b < 160) return kEdges[b % std::size(kEdges)];
         return b < 224 ? b - 192 : in_.Take<std::int32_t>();
     }
-    // A count that only sizes outputs: may be huge.
+    // A count that sizes no buffer: may be huge.
     std::int32_t Count() {
         static constexpr std::int32_t kEdges[] = {INT32_MIN, -1, 0, 1, 2, 5, 6, 7, 13, 14, 20, 21,
                                                   42, 200, 201, 202, 1000, 10000, 10001, INT32_MAX};
         const std::uint8_t b = in_.Byte();
         return b < 160 ? kEdges[b % std::size(kEdges)] : b - 160;
     }
-    // A count that also sizes an input the export reads whole: at most kMaxRoom.
-    std::int32_t InputCount() { return std::min(Count(), kMaxRoom); }
+    // A count that gives a buffer's room.
+    std::int32_t BufferCount() { return std::min(Count(), kMaxRoom); }
     double Real() {
         static constexpr double kEdges[] = {0.0, -0.0, 1.0, -1.0, 1e-300, 1e300, -1e300, 50e6,
                                             6e9, -200.0, -70.0, 20.0, 100.0, 1e6,
@@ -127,7 +127,7 @@ public:
     // A count in a pointer that gives the room of another output: null or its value.
     std::int32_t* InOutCount() {
         std::int32_t* p = Out<std::int32_t>(1);
-        if (p) *p = Count();
+        if (p) *p = BufferCount();
         return p;
     }
     std::int32_t RoomOf(const std::int32_t* count) const { return count ? *count : 0; }
