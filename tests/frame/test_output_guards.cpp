@@ -52,20 +52,5 @@ TEST(OutputGuards, NoExportWritesPastTheRoomGivenNorNamesAFileAfterACallersStrin
     EXPECT_EQ(StrayFiles(), std::vector<std::string>());
 }
 
-TEST(OutputGuards, StateNamesReachPathsOnlyWhenLettersDigitsAndUnderscore) {
-    ASSERT_GE(AddArgsSensor(), 0);
-    ASSERT_EQ(QV_InitializeSensor_SN(kArgsSerial), 1);
-    for (const char* name : {"../up", "a/b", "a\\b", "C:x", "..", ".", "*", "x.ini", "a b", "\xC3\xA9t\xC3\xA9", "x\ty",
-                             "twenty_one_characters"}) {
-        EXPECT_EQ(QV_SaveCurrStateTo(kArgsAddress, name), -1) << name;
-        EXPECT_EQ(QV_RestoreCurrStateFrom(kArgsAddress, name), -1) << name;
-        EXPECT_EQ(QV_DeleteNamedState(kArgsAddress, name), -1) << name;
-        QV_InitializeSensor_SN(name);  // a serial names the calibration cache
-    }
-    EXPECT_EQ(QV_SaveCurrStateTo(kArgsAddress, "Good_1"), 1);
-    EXPECT_EQ(QV_GetNamedStateCount(kArgsAddress), 1);
-    EXPECT_EQ(StrayFiles(), std::vector<std::string>());
-}
-
 }  // namespace
 }  // namespace qv::test
