@@ -10,6 +10,7 @@
 #include <limits>
 #include <memory>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "qv_api2.h"
@@ -170,7 +171,7 @@ private:
     std::vector<Buffer> buffers_;
 };
 
-// One export and how to call it; `table` is the generated list of every export.
+// One export and how to call it (kExportCalls below lists every export).
 struct ExportCall {
     const char* name;
     std::int32_t (*call)(ExportArgs& a);
