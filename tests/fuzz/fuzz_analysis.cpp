@@ -1,6 +1,7 @@
 // Peak search, gate measurements, markers, pulse edges and trace statistics
 // on arbitrary analysis traces and gate, marker and threshold settings.
 #include <cmath>
+#include <cstdlib>
 #include <limits>
 
 #include "fuzz/fuzz_sensor.h"
@@ -34,7 +35,14 @@ double Point(std::uint8_t b) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    FuzzSlot();
+    // Only a frozen trace makes the analysis trace valid; a caller's trace then replaces it.
+    static const bool frozen = [] {
+        FuzzSlot();
+        std::vector<double> out(10000);
+        PP_SetSweepTime(kArgsAddress, 10);
+        return CurrTrace2AnalysisTrace(kArgsAddress, out.data(), 10000) == 1;
+    }();
+    if (!frozen) std::abort();
     ByteSource in(data, size);
     ExportArgs a(in);
     const double sweepTime = a.Real(), excursion = a.Real(), threshold = a.Real();
