@@ -98,7 +98,9 @@ std::int32_t GetTraceDC(std::int32_t address, double* ratio) {
 
 bool FindPulseEdges(const double* p, std::int32_t lastIdx, std::int32_t k, double thresholdDbm,
                     double criteriaDb, std::int32_t* left, std::int32_t* right) {
-    if (!(k > 3 && k + 3 < lastIdx)) return false;
+    // Compared as k < lastIdx - 3: any peak index a caller gives, up to
+    // INT32_MAX, must not overflow.
+    if (!(k > 3 && k < lastIdx - 3)) return false;
     const double peakDbm = AnalysisDbm(p[k]);
     if (peakDbm < thresholdDbm) return false;
     const double level = AnalysisWatts(peakDbm - criteriaDb);

@@ -48,8 +48,6 @@ private:
     bool falling_;
 };
 
-constexpr std::int64_t kCountTablePoints = 32768;
-
 double Watts(double dbm) { return DbmToWatts(dbm); }
 double Dbm(double watts) { return WattsToDbm(watts); }
 

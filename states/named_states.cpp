@@ -16,9 +16,9 @@ namespace {
 constexpr char kNameSeparator = '\t';
 constexpr std::size_t kExtensionChars = 4;  // ".ini"
 
-// Every named state file of the slot: its state file's path with "*" for the name.
+// Every named state file of the slot.
 std::vector<std::string> FindNamedStateFiles(std::int32_t slot) {
-    return platform::FindFiles(StateFilePath(slot, "*"));
+    return platform::FindFiles(NamedStatePattern(slot));
 }
 
 // Slot of a sensor the caller owns, found with the lookup and its fallback.

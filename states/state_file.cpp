@@ -301,6 +301,9 @@ std::string NamedStateFilePrefix(std::int32_t slot) {
 }
 
 std::string StateFilePath(std::int32_t slot, const char* name) {
+    // Checked here as well as by every operation: a caller's string becomes
+    // part of a path only when it is letters, digits and '_'.
+    if (name && !IsValidStateName(name)) return {};
     // The data directory: one fixed directory for every application on the
     // machine, as the system directory is on Windows.
     const IdentityBlock& id = Slot(slot).identity;
@@ -311,6 +314,12 @@ std::string StateFilePath(std::int32_t slot, const char* name) {
 
 bool IsValidStateName(const char* name) {
     return HasStateNameLength(name) && HasStateNameCharacters(name);
+}
+
+std::string NamedStatePattern(std::int32_t slot) {
+    std::string path = StateFilePath(slot);
+    path.insert(path.size() - std::strlen(kStateFileExtension), "_*");
+    return path;
 }
 
 std::int32_t StateSlot(std::int32_t address, bool withFallback) {
@@ -376,13 +385,17 @@ double ConvertStateDouble(const char* text) {
 std::int32_t WriteCurrStateSection(std::int32_t address, const char* name) {
     const std::int32_t slot = StateSlot(address, true);
     if (slot == kNoSlot) return kFailure;
-    return WriteSection(StateFilePath(slot, name), kCurrStateSection, Slot(slot).current);
+    const std::string path = StateFilePath(slot, name);
+    if (path.empty()) return kFailure;
+    return WriteSection(path, kCurrStateSection, Slot(slot).current);
 }
 
 std::int32_t ReadCurrStateSection(std::int32_t address, const char* name) {
     const std::int32_t slot = StateSlot(address, true);
     if (slot == kNoSlot) return kFailure;
-    return ReadSection(StateFilePath(slot, name), kCurrStateSection, Slot(slot).current);
+    const std::string path = StateFilePath(slot, name);
+    if (path.empty()) return kFailure;
+    return ReadSection(path, kCurrStateSection, Slot(slot).current);
 }
 
 std::int32_t WriteRegisterSection(std::int32_t address, std::int32_t reg) {

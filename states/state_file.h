@@ -21,8 +21,10 @@ const char* ModelFilePrefix(std::int32_t modelIndex);
 
 // The state file of slot `slot` (data directory, prefix, the identity's copy of
 // the address, ".ini"); with a name, that named state's file instead ("_" and
-// the name before ".ini"). The name is used as given.
+// the name before ".ini"); empty for a name that breaks the name rule.
 std::string StateFilePath(std::int32_t slot, const char* name = nullptr);
+// The directory search pattern of the slot's named state files: "*" for the name.
+std::string NamedStatePattern(std::int32_t slot);
 
 // StateFilePath's file name up to and including the "_" before a state name.
 std::string NamedStateFilePrefix(std::int32_t slot);

@@ -302,6 +302,7 @@ TEST_P(StateNames, FollowTheNameRule) {
     EXPECT_EQ(QV_RestoreCurrStateFrom(kAddress, name), expected);
     EXPECT_EQ(QV_DeleteNamedState(kAddress, name), GetParam().valid ? 1 : -1);
     EXPECT_TRUE(platform::FindFiles(FilePath("*")).empty());
+    EXPECT_EQ(StateFilePath(0, name).empty(), !GetParam().valid);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -309,7 +310,9 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(NameCase {"Empty", "", false}, NameCase {"One", "A", true},
                       NameCase {"Mixed", "Bench_1", true}, NameCase {"Twenty", std::string(20, 'z'), true},
                       NameCase {"TwentyOne", std::string(21, 'z'), false}, NameCase {"Minus", "a-b", false},
-                      NameCase {"Slash", "a/b", false}, NameCase {"Wildcard", "a*", false}),
+                      NameCase {"Slash", "a/b", false}, NameCase {"Wildcard", "a*", false},
+                      NameCase {"Up", "..", false}, NameCase {"Backslash", "a\\b", false},
+                      NameCase {"Drive", "C:x", false}, NameCase {"NotAscii", "\xC3\xA9", false}),
     [](const auto& info) { return std::string(info.param.label); });
 
 TEST_F(StateFile, RefusalsChangeNothing) {
