@@ -96,14 +96,6 @@ TEST(Checksum, DoublesAndAddsEachByteSoOnlyTheLast32Count) {
     EXPECT_EQ(CalChecksum(place32.size(), place32.data()), 0u);
 }
 
-TEST_F(CalImage, FactoryChecksumIsTheChecksumOfTheFactoryImage) {
-    const int id = AddSensor("CAL001", 1);
-    const Bytes image = SensorImage(id);
-    std::uint32_t stored = 0;
-    EXPECT_EQ(ReadCalChecksum(Open(), &stored), 1);
-    EXPECT_EQ(stored, CalChecksum(image.size(), image.data()));
-}
-
 struct ChecksumWriteCase {
     const char* name;
     int refusedEcho;  // 0: none

@@ -122,14 +122,6 @@ INSTANTIATE_TEST_SUITE_P(Cases, IndexBySerial,
                          ::testing::Values(SerialArg{"aaa111", 1}, SerialArg{"BBB22", 2}, SerialArg{"CCC333", 0},
                                            SerialArg{"AAA1", -2}, SerialArg{"AAA1111", -2}, SerialArg{nullptr, -2}));
 
-TEST_F(Discovery, IndexByAddressChecksTheByteRange) {
-    AddSensor("AAA111", 9);
-    EXPECT_EQ(QV_GetIndex_Addr(9), 1);
-    EXPECT_EQ(QV_GetIndex_Addr(0), 0);  // searched: 0 is a byte address
-    EXPECT_EQ(QV_GetIndex_Addr(-1), -1);
-    EXPECT_EQ(QV_GetIndex_Addr(256), -1);
-}
-
 TEST_F(Discovery, SerialByAddress) {
     char serial[8];
     EXPECT_EQ(QV_GetSerNo_Addr(1, serial), -1);  // no sensor at all

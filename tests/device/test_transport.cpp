@@ -68,6 +68,9 @@ TEST_F(Transport, OpenBySerialRefusesASensorInUseAndSkipsDevicesHeldBySlots) {
     Claim(4, "AAA111", 1, 1, false);
     EXPECT_EQ(OpenDevice_SN("AAA111"), -1);
     EXPECT_EQ(State(a).opens, 0u);  // reached only through its slot: not even opened
+    Slot(4).devId = 9;  // a slot naming another index still holds its serial
+    EXPECT_EQ(OpenDevice_SN("AAA111"), -1);
+    Slot(4).devId = 1;
     const std::int64_t h = OpenDevice_SN("BBB222");
     EXPECT_GT(h, 0);
     CloseDevice(h);

@@ -242,15 +242,6 @@ TEST_F(Smoothing, ExtendedAveragingOfZeroLengthPassesReadingsThrough) {
     for (double v : {-10.0, -20.0, -30.0, -5.0}) EXPECT_DOUBLE_EQ(CW(v), v);
 }
 
-TEST_F(Smoothing, MaxHoldKeepsTheLargestUntilRestarted) {
-    s.MaxHoldEnabled = 1;
-    EXPECT_EQ(CW(-20), -20);
-    EXPECT_EQ(CW(-10), -10);
-    EXPECT_EQ(CW(-30), -10);
-    s.MaxHoldRestart[0] = 1;  // QV_ResetMaxHold
-    EXPECT_EQ(CW(-30), -30);
-}
-
 TEST_F(Smoothing, BothTogetherAverageTheHeldMaxima) {
     s.MaxHoldEnabled = 1;
     s.ExtendedAveragingEnabled = 1;
@@ -261,17 +252,6 @@ TEST_F(Smoothing, BothTogetherAverageTheHeldMaxima) {
     EXPECT_NEAR(CW(-10), -10, 1e-9);
     EXPECT_NEAR(CW(-30), -10, 1e-9);
     EXPECT_EQ(s.ExtendedAveragingProgress[0], 3);
-}
-
-TEST_F(Smoothing, EachKindOfReadingRestartsTheOthersMemory) {
-    s.MaxHoldEnabled = 1;
-    EXPECT_EQ(CW(-10), -10);
-    PulseReadings p {-30, -25, -35, 0.5};
-    UpdatePulseSmoothing(s, p);
-    EXPECT_EQ(s.MaxHoldRestart[0], 1);
-    EXPECT_EQ(CW(-20), -20);  // the CW hold began again
-    EXPECT_EQ(s.MaxHoldRestart[1], 1);
-    EXPECT_EQ(s.ExtendedAveragingProgress[1], 0);
 }
 
 TEST_F(Smoothing, PulseSetAveragesPowersInWattsAndTheDutyCycleAsItIs) {

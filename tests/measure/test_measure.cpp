@@ -280,19 +280,6 @@ TEST_F(MeasureTest, ARefusedStartClosesTheHandlesAndTheNextReadingOpensAnew) {
     EXPECT_EQ(Info(id_).open_handles, 0);  // opened for that reading only
 }
 
-TEST_F(MeasureTest, ASensorUnpluggedWhileStreamingFailsUntilItIsBack) {
-    Current().Averages = 1;
-    ReadCW(-30);
-    ASSERT_EQ(qvsim_sensor_unplug(id_), QVSIM_OK);
-    double reading = 0;
-    EXPECT_EQ(QV_MeasureCW(kMeasAddr, &reading), QV_ERR_ACQUISITION);
-    EXPECT_EQ(QV_MeasureCW(kMeasAddr, &reading), QV_ERR_ACQUISITION);
-    double p = 0, pk = 0, avg = 0, dc = 0;
-    EXPECT_EQ(QV_MeasurePulse(kMeasAddr, &p, &pk, &avg, &dc), QV_ERR_ACQUISITION);
-    ASSERT_EQ(qvsim_sensor_replug(id_), QVSIM_OK);
-    EXPECT_NEAR(ReadCW(-30), -30, 0.03);
-}
-
 TEST_F(MeasureTest, MeasurementsRefuseSensorsTheCallerDoesNotOwn) {
     double a = 0, b = 0, c = 0, d = 0;
     std::int32_t v = 0;

@@ -132,16 +132,6 @@ TEST_F(Acquisition, OffsetIsAddedOnceOnTheDirectAndTheDelayedPath) {
     ExpectStep(Take(480), 240, 3.0);
 }
 
-TEST_F(Acquisition, UndersampledTwentyMillisecondSweepStartsAtTheDelay) {
-    Sweep(20000, 2);
-    ASSERT_EQ(PP_SetUndersampling20ms_50ms_100ms(kAddr, 1), 1);
-    // 2 us per point; 5 ms of delay: the record's point 2500 is the trace's first.
-    ASSERT_EQ(PP_SetSweepDelayMode(kAddr, 1), 1);
-    ASSERT_EQ(PP_SetSweepDelay(kAddr, 5000), 1);
-    Queue(StepRecord(23, 7500));
-    ExpectStep(Take(10000), 5000);
-}
-
 // A search packet (row 11) whose high sense pulses to -40 dBm, or stays flat.
 std::vector<std::uint8_t> SearchPacket(bool pulse) {
     const int low = static_cast<int>(HiCount(-55.0)), high = static_cast<int>(HiCount(-40.0));

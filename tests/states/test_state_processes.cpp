@@ -2,12 +2,11 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
 #include "sim/qvsim.h"
+#include "support/files.h"
 #include "support/peer_process.h"
 #include "support/sim_fixture.h"
 
@@ -27,8 +26,7 @@ protected:
 
     static std::string StateFileText() {
         const char* dir = std::getenv("QV_API2_DATA_DIR");
-        std::ifstream in(std::string(dir ? dir : ".") + "/QV442A_5.ini", std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(in), {});
+        return qv::test::FileText(std::string(dir ? dir : ".") + "/QV442A_5.ini");
     }
 
     // The file has the eleven sections in order, each with its whole set of
