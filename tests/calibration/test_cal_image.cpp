@@ -221,57 +221,6 @@ TEST_F(CalImage, TemperatureIsTheFirstTwoBytesAndDecodingLeavesTheGridAndOtherSl
     EXPECT_EQ(Slot(1).calTmp, 1234.0);
 }
 
-// The factory image of every kind of model decodes to the simulated detector's own
-// calibration, within what the encoding can hold.
-class DecodeFactoryImage : public CalImage, public ::testing::WithParamInterface<const char*> {};
-
-TEST_P(DecodeFactoryImage, ReproducesTheDetectorsCalibration) {
-    const int id = AddSensor("F1X2Y3", 1, GetParam());
-    LoadIntoSlot(5, id, "F1X2Y3");
-    qvsim_detector_info info{};
-    ASSERT_EQ(qvsim_detector_info_get(id, &info), QVSIM_OK);
-    const DeviceRecord& r = Slot(5);
-    EXPECT_EQ(r.calTmp, info.cal_temperature);
-    EXPECT_EQ(CalStartFrequency(5), info.start_hz);
-    EXPECT_EQ(CalFrequencyStep(5), info.step_hz);
-    EXPECT_EQ(CalTempTableStart(5), info.temp_table_start);
-    EXPECT_EQ(CalTempStep(5), info.temp_step);
-
-    int checked = 0;
-    for (int i = 0; i < kCalFreqPoints; ++i) {
-        for (int path : {QVSIM_PATH_HS, QVSIM_PATH_LS}) {
-            const CalLevelPoint* decoded = path == QVSIM_PATH_HS ? r.calPoints[i].hs : r.calPoints[i].ls;
-            double z[kCalLevels], a[kCalLevels], b[kCalLevels];
-            double largestA = 0.0, largestB = 0.0;
-            for (int j = 0; j < kCalLevels; ++j) {
-                ASSERT_EQ(qvsim_detector_calibration(id, path, decoded[j].level, r.calPoints[i].freq, &z[j], &a[j],
-                                                     &b[j]),
-                          QVSIM_OK);
-                largestA = std::max(largestA, std::fabs(a[j]));
-                largestB = std::max(largestB, std::fabs(b[j]));
-            }
-            // One step of the 13- and 9-bit magnitudes at the path's own scale.
-            for (int j = 0; j < kCalLevels; ++j) {
-                EXPECT_NEAR(decoded[j].z, z[j], 0.5) << i << " " << path << " " << j;
-                EXPECT_NEAR(decoded[j].a, a[j], largestA / 8191) << i << " " << path << " " << j;
-                EXPECT_NEAR(decoded[j].b, b[j], largestB / 511) << i << " " << path << " " << j;
-                ++checked;
-            }
-            if (::testing::Test::HasFailure()) return;
-        }
-    }
-    EXPECT_EQ(checked, kCalFreqPoints * 2 * kCalLevels);
-}
-
-INSTANTIATE_TEST_SUITE_P(Models, DecodeFactoryImage,
-                         ::testing::Values("QV221A", "QV442A", "VRT2", "R7703B", "TKS6110", "no such model"),
-                         [](const ::testing::TestParamInfo<const char*>& info) {
-                             std::string name;
-                             for (const char* c = info.param; *c; ++c)
-                                 if (std::isalnum(static_cast<unsigned char>(*c))) name += *c;
-                             return name;
-                         });
-
 // ---------------------------------------------------------------- cache file
 
 TEST_F(CalImage, FirstLoadReadsTheSensorAndCachesWhatItRead) {
@@ -387,16 +336,6 @@ TEST_P(CacheInvalidation, NextLoadReadsTheSensorAgainAndRewritesTheCache) {
 
 INSTANTIATE_TEST_SUITE_P(Changes, CacheInvalidation,
                          ::testing::Values("FileChecksumWrong", "SensorChecksumDiffers", "TestBlockChanged"));
-
-TEST_F(CalImage, SensorThatDoesNotAnswerLeavesCacheAndChecksumAlone) {
-    const int id = AddSensor("CAL001", 1);
-    const std::uint32_t factory = SensorChecksum(id);
-    AddFault(id, QVSIM_FAULT_REQUEST_FAILS, 229);
-    Bytes image(kCalImageBytes, 0xEE);
-    EXPECT_EQ(LoadCalImage(Open(), "CAL001", image.data()), -1);
-    EXPECT_FALSE(platform::FileExists(CalCachePath("CAL001")));
-    EXPECT_EQ(SensorChecksum(id), factory);
-}
 
 // ---------------------------------------------------------------- data directory and names
 

@@ -275,7 +275,8 @@ TEST_F(CalTables, EachSegmentRunsThroughItsEntryAndTheNext) {
     }
 }
 
-// The whole chain against the simulated detector: factory image, decoding, rows.
+// The whole chain against the simulated detector, for every kind of model: factory
+// image, decoding, rows.
 // The segment under a count the detector gives for a known power must give that
 // power back, at any row's temperature and between grid frequencies.
 struct ChainCase {
@@ -313,7 +314,8 @@ TEST_P(RowsAgainstTheDetector, SegmentsGiveBackThePowerPutIn) {
 
 INSTANTIATE_TEST_SUITE_P(
     Sensors, RowsAgainstTheDetector,
-    ::testing::Values(ChainCase{"QV442A", 1e9}, ChainCase{"QV221A", 1.2345e9}, ChainCase{"R7703B", 1.7777e10}));
+    ::testing::Values(ChainCase{"QV442A", 1e9}, ChainCase{"QV221A", 1.2345e9}, ChainCase{"R7703B", 1.7777e10},
+                      ChainCase{"VRT2", 3.3e9}, ChainCase{"TKS6110", 7.5e8}, ChainCase{"no such model", 5e9}));
 
 // ---------------------------------------------------------------- temperature row lookup
 

@@ -39,13 +39,6 @@ protected:
     }
 };
 
-TEST_F(Transport, WithoutSensorsNothingIsOpenedAndNoHandleIsClosed) {
-    EXPECT_EQ(OpenDevice_SN("ABC123"), -1);
-    EXPECT_EQ(OpenDevice_Addr(5), -1);
-    EXPECT_EQ(OpenDevice_Idx(1), -1);
-    EXPECT_EQ(CloseDevice(-1), 0);
-}
-
 TEST_F(Transport, OpenBySerialFindsAFreeSensorWithoutRegardToCase) {
     const int a = AddSensor("AAA111", 1);
     const int b = AddSensor("BBB222", 2);

@@ -107,18 +107,6 @@ protected:
     }
 };
 
-TEST_F(Acquisition, DirectTraceOfTheShortestSweepWithTheExternalTrigger) {
-    Sweep(10, 2);
-    ASSERT_EQ(PP_GetTraceLength(kAddr), 480);
-    Queue(StepRecord(0, 240));
-    qvsim_transcript_clear(id_);
-    ExpectStep(Take(480), 240);
-    EXPECT_EQ(Trace().lastTmpRowHi, 140);
-    const Strings t = Transfers(true);
-    EXPECT_EQ((Strings(t.begin(), t.begin() + 4)),
-              (Strings {"IN 179", "IN 187", "IN 202", "OUT 177 40 0 0 252"}));
-}
-
 TEST_F(Acquisition, OffsetIsAddedOnceOnTheDirectAndTheDelayedPath) {
     Sweep(10, 2);
     Record().current.OffsetEnabled = 1;

@@ -223,7 +223,7 @@ const CommandCase kCommands[] = {
 INSTANTIATE_TEST_SUITE_P(Commands, CommandRequest, ::testing::ValuesIn(kCommands),
                          [](const ::testing::TestParamInfo<CommandCase>& info) { return std::string(info.param.name); });
 
-TEST_F(SimBus, StopSequenceEndsMeasurementAndSweepAndLedTogglesAreCounted) {
+TEST_F(SimBus, StopSequenceEndsMeasurementAndSweep) {
     const int id = Add("123456");
     const QvDrvHandle winusb = WinUsb();
     ASSERT_EQ(Out(winusb, 193, {0}, 0x40), 1);
@@ -238,14 +238,6 @@ TEST_F(SimBus, StopSequenceEndsMeasurementAndSweepAndLedTogglesAreCounted) {
     for (int code : {179, 187}) In(winusb, code, 1);  // the sweep's short form
     EXPECT_EQ(State(id).running_mode, QVSIM_RUN_IDLE);
     EXPECT_EQ(State(id).stop_sequences, 2u);
-
-    for (int i = 0; i < 4; ++i) In(winusb, 206, 1), In(winusb, 207, 1);
-    In(winusb, 207, 1);
-    EXPECT_EQ(State(id).led_toggles, 8u);
-    ASSERT_EQ(Out(winusb, 212, {3, 0x12, 0x34}), 3);
-    EXPECT_EQ(State(id).thresholds[3], 0x1234);
-    // The short form leaves the sweep set up: its first packet stays armed.
-    EXPECT_EQ(In(winusb, 178, 5).bytes, (Bytes{178, 1, 0, 1, 0}));
 }
 
 // ---------------------------------------------------------------- SensorMemory and working memory
