@@ -342,12 +342,6 @@ INSTANTIATE_TEST_SUITE_P(
                       RowCase{1, 1e300, (std::numeric_limits<std::int32_t>::max() - 7334) / 9},
                       RowCase{1, -1e300, (std::numeric_limits<std::int32_t>::min() - std::int64_t{7334}) / 9}));
 
-TEST(TemperatureRowClamp, ToTheNearestRow) {
-    for (auto [row, expected] : {std::pair{std::numeric_limits<std::int32_t>::min(), 0}, {-1, 0}, {349, 349},
-                                 {350, 349}, {std::numeric_limits<std::int32_t>::max(), 349}})
-        EXPECT_EQ(ClampTempRow(row), expected) << row;
-}
-
 // ---------------------------------------------------------------- crossover band
 
 struct BandCase {

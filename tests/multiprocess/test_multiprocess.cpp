@@ -127,9 +127,3 @@ TEST(MultiProcess, BlockSurvivesWhileALiveProcessStillHasIt) {
     PeerProcess d;
     EXPECT_EQ(d.Ask("state").substr(0, 12), "timeout=2222");
 }
-
-TEST(MultiProcess, VersionAnswersWhileAnotherProcessHoldsTheLock) {
-    PeerProcess holder, other;
-    ASSERT_EQ(holder.Ask("hold 2000"), "holding");
-    EXPECT_EQ(other.Ask("version", 1000), "100101");
-}

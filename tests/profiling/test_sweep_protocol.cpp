@@ -221,17 +221,4 @@ TEST_F(Protocol, AutomaticLevelFromASearchPacket) {
     EXPECT_EQ(Trace().trgAdcLo, 32600);
 }
 
-TEST_F(Protocol, AutomaticSearchSweepsFreeRunningOnTheSearchRowAndRestoresTheSweep) {
-    Queue(Packets(11, 1, [](int, int) { return std::pair {50000, 50000}; }));
-    const AutoLevel found = AutomaticTriggerLevel(kSlot, 6);
-    EXPECT_FALSE(found.found);
-    EXPECT_EQ(Trace().sweepTimeIdx, 6);
-    EXPECT_EQ(Trace().sweepTimeUsec, 1000);
-    const Strings t = Transfers(true);
-    ASSERT_GE(t.size(), 4u);
-    EXPECT_EQ(t[2], "OUT 177 106 0 195 252");
-    EXPECT_NE(std::find(t.begin(), t.end(), "OUT 217 2"), t.end());
-    EXPECT_EQ(std::count(t.begin(), t.end(), "PIPE 65536"), 1);
-}
-
 }  // namespace

@@ -364,17 +364,6 @@ TEST_F(SimBus, FaultsGiveTheChosenResultAndChangeNothing) {
     EXPECT_EQ(QV_USBDRVD_GetDevCount(&kSensorClass), 0);
 }
 
-TEST_F(SimBus, FaultsStayAcrossReplugUntilCleared) {
-    const int id = Add("123456");
-    AddFault(id, QVSIM_FAULT_REQUEST_FAILS, 239, QVSIM_ALWAYS);
-    ASSERT_EQ(qvsim_sensor_unplug(id), QVSIM_OK);
-    ASSERT_EQ(qvsim_sensor_replug(id), QVSIM_OK);
-    const QvDrvHandle winusb = WinUsb();
-    EXPECT_LT(In(winusb, 239, 1).result, 0);
-    ASSERT_EQ(qvsim_clear_faults(id), QVSIM_OK);
-    EXPECT_EQ(In(winusb, 239, 1).result, 1);
-}
-
 // ---------------------------------------------------------------- several processes
 
 TEST_F(SimBus, AddressWrittenByOneProcessIsReadByAnother) {

@@ -2,7 +2,6 @@
 // is read after 242 / 216 / 217 / 178 the way the library reads it, and pipe 0x82
 // brings it once the chosen level or the TTL line starts the sweep. The traces
 // themselves are held against the input end to end (test_trace_end_to_end).
-#include <algorithm>
 #include <chrono>
 
 #include "sim/sim_sensor.h"
@@ -11,7 +10,7 @@ namespace {
 
 using qv::test::Bytes;
 using qv::test::Sample;
-constexpr int kLevel = 0x29, kLine = 0x28, kHighSense = 0x02, kFalling = 0x04;
+constexpr int kLevel = 0x29, kHighSense = 0x02, kFalling = 0x04;
 constexpr int kLs = QVSIM_PATH_LS, kHs = QVSIM_PATH_HS;
 
 class SimSweeps : public qv::test::SimSensor {
@@ -24,31 +23,14 @@ protected:
         return Out(177, {uint8_t(mode), uint8_t(value >> 16), uint8_t(value >> 8), uint8_t(value)});
     }
 
-    // The packets as the library reads them: number each at the working buffer + 256,
-    // 178, then B bytes in pieces of at most 64 KiB; stops at the first short piece.
-    Bytes ReadPackets(int packets, uint32_t bytes, uint32_t timeoutMs = 120) {
-        Bytes all;
-        for (int p = 0; p < packets; ++p) {
-            const Bytes base = In(242, 3);
-            const int location = (base[1] << 8 | base[2]) + 256;
-            Out(216, {uint8_t(location >> 8), uint8_t(location)});
-            Out(217, {uint8_t(p * (96 / packets) + 2)});
-            In(178, 5);
-            for (uint32_t done = 0; done < bytes;) {
-                const Bytes part = Read(std::min<uint32_t>(bytes - done, 65536), timeoutMs);
-                all.insert(all.end(), part.begin(), part.end());
-                if (part.size() != std::min<uint32_t>(bytes - done, 65536)) return all;
-                done += uint32_t(part.size());
-            }
-        }
-        return all;
-    }
-
-    // A pulse train with square edges that never fall on a sample: on for 10.01 of every 100 us.
-    void SquarePulses(double onDbm, double offDbm) {
-        ChangeSignal([&](qvsim_signal& s) {
-            s.kind = QVSIM_SIGNAL_PULSE, s.period_us = 100.0, s.width_us = 10.01, s.on_dbm = onDbm, s.off_dbm = offDbm;
-        });
+    // A packet as the library reads it: numbered at the working buffer + 256, 178, then its bytes.
+    Bytes ReadPacket(uint32_t bytes) {
+        const Bytes base = In(242, 3);
+        const int location = (base[1] << 8 | base[2]) + 256;
+        Out(216, {uint8_t(location >> 8), uint8_t(location)});
+        Out(217, {2});
+        In(178, 5);
+        return Read(bytes, 120);
     }
 };
 
@@ -80,7 +62,7 @@ TEST_P(LevelTrigger, FiresWhereTheWaveformCrossesOnItsEdge) {
     ASSERT_EQ(Out(212, {uint8_t(c.path == kHs ? 2 : 3), uint8_t(threshold >> 8), uint8_t(threshold)}), 3);
     ASSERT_EQ(Out(212, {uint8_t(c.path == kHs ? 3 : 2), 0, 0}), 3);
     ASSERT_EQ(Command(c.mode, 1024), 4);
-    const Bytes packet = ReadPackets(1, 1024);
+    const Bytes packet = ReadPacket(1024);
     if (!c.fires) {
         EXPECT_EQ(packet.size(), 0u);
         EXPECT_EQ(State().sweep_trigger_timeouts, 1u);
@@ -103,24 +85,8 @@ const LevelCase kLevelCases[] = {
 INSTANTIATE_TEST_SUITE_P(Levels, LevelTrigger, ::testing::ValuesIn(kLevelCases),
                          [](const auto& info) { return std::string(info.param.name); });
 
-// The TTL line: a packet waits for an edge (fired, or periodic; the inverted input
-// takes the periodic line's falling edges half a period later); 218 at 0xF400 shows
-// the line, which PP_CheckTrigger polls for 20 ms.
-TEST_F(SimSweeps, ExternalLineTriggersAndShows) {
-    SquarePulses(0.0, -20.0);
-    ASSERT_EQ(Command(kLine, 512), 4);
-    EXPECT_EQ(ReadPackets(1, 512).size(), 0u);  // no edge
-    ASSERT_EQ(qvsim_trigger_fire(id_), QVSIM_OK);
-    EXPECT_EQ(ReadPackets(1, 512).size(), 512u);
-
-    ASSERT_EQ(qvsim_trigger_periodic(id_, 100.0), QVSIM_OK);
-    for (int request : {202, 203}) {
-        In(request, 1);
-        const Bytes packet = ReadPackets(1, 512);
-        ASSERT_EQ(packet.size(), 512u);
-        EXPECT_EQ(Sample(packet, 0, 0, kLs), Count(kLs, request == 202 ? 0.0 : -20.0)) << request;
-    }
-
+// The TTL line shows at 0xF400 through 218, which PP_CheckTrigger polls for 20 ms.
+TEST_F(SimSweeps, ExternalLineShows) {
     const auto changes = [this] {  // as PP_CheckTrigger counts them
         int seen = 0, last = -1;
         const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(20);
