@@ -351,6 +351,15 @@ TEST_F(DataDirectoryTest, MissingDirectoryIsCreatedAndAnUnusableOneStillGivesThe
     EXPECT_EQ(CountRequests(id, 229), kRequestsForWholeImage);
 }
 
+TEST_F(CalImage, AWriteThatCannotTakeItsPlaceLeavesNothingAside) {
+    fs::create_directories(CalCachePath("CAL001"));  // a directory where the file goes
+    Bytes image(kCalImageBytes, 1);
+    std::uint32_t checksum = 77;
+    EXPECT_EQ(WriteCalCache("CAL001", kCalImageBytes, image.data(), &checksum), -1);
+    EXPECT_EQ(checksum, 77u);
+    EXPECT_EQ(std::distance(fs::directory_iterator(platform::DataDirectory()), fs::directory_iterator()), 1);
+}
+
 class SerialInPath : public CalImage, public ::testing::WithParamInterface<const char*> {};
 
 TEST_P(SerialInPath, NeverReachesTheFileSystem) {

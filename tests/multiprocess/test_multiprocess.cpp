@@ -112,18 +112,3 @@ TEST_P(NextLoad, AfterTheLastProcessStartsAfresh) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Killed, NextLoad, ::testing::Bool());
-
-TEST(MultiProcess, BlockSurvivesWhileALiveProcessStillHasIt) {
-    PeerProcess a;
-    ASSERT_EQ(a.Ask("set-timeout 2222"), "1");
-    {
-        PeerProcess b;
-        b.Kill();
-    }
-    {
-        PeerProcess c;
-        EXPECT_EQ(c.Exit(), 0);
-    }
-    PeerProcess d;
-    EXPECT_EQ(d.Ask("state").substr(0, 12), "timeout=2222");
-}
