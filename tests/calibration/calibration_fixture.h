@@ -5,9 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <algorithm>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -18,6 +17,7 @@
 #include "frame/shared_table.h"
 #include "platform/platform.h"
 #include "support/sim_fixture.h"
+#include "support/files.h"
 #include "support/slots.h"
 
 namespace qv::test {
@@ -71,14 +71,10 @@ protected:
     }
 
     static Bytes FileBytes(const std::string& path) {
-        std::ifstream in(path, std::ios::binary);
-        return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+        const std::string text = FileText(path);
+        return Bytes(text.begin(), text.end());
     }
-
-    static void WriteBytes(const std::string& path, const Bytes& bytes) {
-        std::ofstream out(path, std::ios::binary | std::ios::trunc);
-        out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-    }
+    static void WriteBytes(const std::string& path, const Bytes& bytes) { WriteFile(path, {bytes.begin(), bytes.end()}); }
 
     // The cache file a valid image and checksum make.
     static Bytes CacheContent(const Bytes& image) {
@@ -90,16 +86,11 @@ protected:
 
     // Vendor requests with this code the sensor received since the transcript was cleared.
     static int CountRequests(int id, int code) {
-        int count = 0;
-        qvsim_transfer t[512];
-        for (long long next = 0;;) {
-            const int n = qvsim_transcript_read(id, next, t, 512);
-            if (n <= 0) break;
-            for (int i = 0; i < n; ++i)
-                if (t[i].code == code && (t[i].kind == QVSIM_XFER_IN || t[i].kind == QVSIM_XFER_OUT)) ++count;
-            next = t[n - 1].seq + 1;
-        }
-        return count;
+        const std::vector<std::string> r = Requests(id);
+        const std::string c = " " + std::to_string(code);
+        return static_cast<int>(std::count_if(r.begin(), r.end(), [&](const std::string& s) {
+            return s.size() > c.size() && s.compare(s.size() - c.size(), c.size(), c) == 0;
+        }));
     }
 
     // Reads the sensor's calibration into `slot` as initialisation does: model grid,

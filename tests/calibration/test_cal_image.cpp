@@ -64,24 +64,6 @@ INSTANTIATE_TEST_SUITE_P(
                       BlockCase{"Length1", 2, 1, 1}, BlockCase{"Length64000", 6, 64000, 64000}),
     [](const ::testing::TestParamInfo<BlockCase>& info) { return std::string(info.param.name); });
 
-TEST_F(CalImage, BlockIsOnePointerThenPiecesOf64) {
-    const int id = AddSensor("CAL001", 1);
-    const std::int64_t h = Open();
-    qvsim_transcript_clear(id);
-    Bytes buffer(150);
-    ASSERT_EQ(ReadCalBlock(h, 6, buffer.data(), 150, 4, 0), 150);
-    EXPECT_EQ(Requests(id), (Strings{"OUT 225", "IN 229", "IN 229", "IN 229"}));
-    qvsim_transfer t[4];
-    ASSERT_EQ(qvsim_transcript_read(id, 0, t, 4), 4);
-    EXPECT_EQ(Bytes(t[0].data, t[0].data + 3), (Bytes{6, 4, 0}));
-    EXPECT_EQ(t[1].length, 64);
-    EXPECT_EQ(t[2].length, 64);
-    EXPECT_EQ(t[3].length, 22);
-    Bytes expected(150);
-    ASSERT_EQ(qvsim_memory_read(id, 6, 1024, expected.data(), 150), 150);
-    EXPECT_EQ(buffer, expected);
-}
-
 // ---------------------------------------------------------------- checksum
 
 // Each byte doubles what came before: only the last 32 bytes count.
@@ -94,14 +76,6 @@ TEST(Checksum, DoublesAndAddsEachByteSoOnlyTheLast32Count) {
     place32[0] = 0xFF;
     EXPECT_EQ(CalChecksum(place31.size(), place31.data()), 0x80000000u);
     EXPECT_EQ(CalChecksum(place32.size(), place32.data()), 0u);
-}
-
-TEST_F(CalImage, FactoryChecksumIsTheChecksumOfTheFactoryImage) {
-    const int id = AddSensor("CAL001", 1);
-    const Bytes image = SensorImage(id);
-    std::uint32_t stored = 0;
-    EXPECT_EQ(ReadCalChecksum(Open(), &stored), 1);
-    EXPECT_EQ(stored, CalChecksum(image.size(), image.data()));
 }
 
 struct ChecksumWriteCase {
@@ -127,13 +101,7 @@ TEST_P(ChecksumWrite, StoredOnlyWhenTheSensorEchoes) {
     } else {
         EXPECT_EQ(sent, (Strings{"OUT 225", "IN 252", "OUT 228", "IN 253"}));
     }
-    qvsim_transfer t[3];
-    ASSERT_GE(qvsim_transcript_read(id, 0, t, 3), 1);
-    EXPECT_EQ(Bytes(t[0].data, t[0].data + 3), (Bytes{2, 0, 0x21}));
-    if (c.refusedEcho != 252) {
-        EXPECT_EQ(Bytes(t[2].data, t[2].data + 4), (Bytes{0x78, 0x56, 0x34, 0x12}));
-    }
-    EXPECT_EQ(SensorChecksum(id), c.stored ? 0x12345678u : before);
+    EXPECT_EQ(SensorChecksum(id), c.stored ? 0x12345678u : before);  // at its place, low byte first
 
     std::uint32_t read = 0;
     qvsim_transcript_clear(id);
@@ -228,57 +196,6 @@ TEST_F(CalImage, TemperatureIsTheFirstTwoBytesAndDecodingLeavesTheGridAndOtherSl
     EXPECT_EQ(Slot(0).calPoints[17].ls[9].level, level);
     EXPECT_EQ(Slot(1).calTmp, 1234.0);
 }
-
-// The factory image of every kind of model decodes to the simulated detector's own
-// calibration, within what the encoding can hold.
-class DecodeFactoryImage : public CalImage, public ::testing::WithParamInterface<const char*> {};
-
-TEST_P(DecodeFactoryImage, ReproducesTheDetectorsCalibration) {
-    const int id = AddSensor("F1X2Y3", 1, GetParam());
-    LoadIntoSlot(5, id, "F1X2Y3");
-    qvsim_detector_info info{};
-    ASSERT_EQ(qvsim_detector_info_get(id, &info), QVSIM_OK);
-    const DeviceRecord& r = Slot(5);
-    EXPECT_EQ(r.calTmp, info.cal_temperature);
-    EXPECT_EQ(CalStartFrequency(5), info.start_hz);
-    EXPECT_EQ(CalFrequencyStep(5), info.step_hz);
-    EXPECT_EQ(CalTempTableStart(5), info.temp_table_start);
-    EXPECT_EQ(CalTempStep(5), info.temp_step);
-
-    int checked = 0;
-    for (int i = 0; i < kCalFreqPoints; ++i) {
-        for (int path : {QVSIM_PATH_HS, QVSIM_PATH_LS}) {
-            const CalLevelPoint* decoded = path == QVSIM_PATH_HS ? r.calPoints[i].hs : r.calPoints[i].ls;
-            double z[kCalLevels], a[kCalLevels], b[kCalLevels];
-            double largestA = 0.0, largestB = 0.0;
-            for (int j = 0; j < kCalLevels; ++j) {
-                ASSERT_EQ(qvsim_detector_calibration(id, path, decoded[j].level, r.calPoints[i].freq, &z[j], &a[j],
-                                                     &b[j]),
-                          QVSIM_OK);
-                largestA = std::max(largestA, std::fabs(a[j]));
-                largestB = std::max(largestB, std::fabs(b[j]));
-            }
-            // One step of the 13- and 9-bit magnitudes at the path's own scale.
-            for (int j = 0; j < kCalLevels; ++j) {
-                EXPECT_NEAR(decoded[j].z, z[j], 0.5) << i << " " << path << " " << j;
-                EXPECT_NEAR(decoded[j].a, a[j], largestA / 8191) << i << " " << path << " " << j;
-                EXPECT_NEAR(decoded[j].b, b[j], largestB / 511) << i << " " << path << " " << j;
-                ++checked;
-            }
-            if (::testing::Test::HasFailure()) return;
-        }
-    }
-    EXPECT_EQ(checked, kCalFreqPoints * 2 * kCalLevels);
-}
-
-INSTANTIATE_TEST_SUITE_P(Models, DecodeFactoryImage,
-                         ::testing::Values("QV221A", "QV442A", "VRT2", "R7703B", "TKS6110", "no such model"),
-                         [](const ::testing::TestParamInfo<const char*>& info) {
-                             std::string name;
-                             for (const char* c = info.param; *c; ++c)
-                                 if (std::isalnum(static_cast<unsigned char>(*c))) name += *c;
-                             return name;
-                         });
 
 // ---------------------------------------------------------------- cache file
 
@@ -396,16 +313,6 @@ TEST_P(CacheInvalidation, NextLoadReadsTheSensorAgainAndRewritesTheCache) {
 INSTANTIATE_TEST_SUITE_P(Changes, CacheInvalidation,
                          ::testing::Values("FileChecksumWrong", "SensorChecksumDiffers", "TestBlockChanged"));
 
-TEST_F(CalImage, SensorThatDoesNotAnswerLeavesCacheAndChecksumAlone) {
-    const int id = AddSensor("CAL001", 1);
-    const std::uint32_t factory = SensorChecksum(id);
-    AddFault(id, QVSIM_FAULT_REQUEST_FAILS, 229);
-    Bytes image(kCalImageBytes, 0xEE);
-    EXPECT_EQ(LoadCalImage(Open(), "CAL001", image.data()), -1);
-    EXPECT_FALSE(platform::FileExists(CalCachePath("CAL001")));
-    EXPECT_EQ(SensorChecksum(id), factory);
-}
-
 // ---------------------------------------------------------------- data directory and names
 
 class DataDirectoryTest : public CalImage {
@@ -442,6 +349,15 @@ TEST_F(DataDirectoryTest, MissingDirectoryIsCreatedAndAnUnusableOneStillGivesThe
     qvsim_transcript_clear(id);
     LoadCalImage(h, "CAL001", image.data());
     EXPECT_EQ(CountRequests(id, 229), kRequestsForWholeImage);
+}
+
+TEST_F(CalImage, AWriteThatCannotTakeItsPlaceLeavesNothingAside) {
+    fs::create_directories(CalCachePath("CAL001"));  // a directory where the file goes
+    Bytes image(kCalImageBytes, 1);
+    std::uint32_t checksum = 77;
+    EXPECT_EQ(WriteCalCache("CAL001", kCalImageBytes, image.data(), &checksum), -1);
+    EXPECT_EQ(checksum, 77u);
+    EXPECT_EQ(std::distance(fs::directory_iterator(platform::DataDirectory()), fs::directory_iterator()), 1);
 }
 
 class SerialInPath : public CalImage, public ::testing::WithParamInterface<const char*> {};

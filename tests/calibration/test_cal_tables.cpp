@@ -275,7 +275,8 @@ TEST_F(CalTables, EachSegmentRunsThroughItsEntryAndTheNext) {
     }
 }
 
-// The whole chain against the simulated detector: factory image, decoding, rows.
+// The whole chain against the simulated detector, for every kind of model: factory
+// image, decoding, rows.
 // The segment under a count the detector gives for a known power must give that
 // power back, at any row's temperature and between grid frequencies.
 struct ChainCase {
@@ -313,7 +314,8 @@ TEST_P(RowsAgainstTheDetector, SegmentsGiveBackThePowerPutIn) {
 
 INSTANTIATE_TEST_SUITE_P(
     Sensors, RowsAgainstTheDetector,
-    ::testing::Values(ChainCase{"QV442A", 1e9}, ChainCase{"QV221A", 1.2345e9}, ChainCase{"R7703B", 1.7777e10}));
+    ::testing::Values(ChainCase{"QV442A", 1e9}, ChainCase{"QV221A", 1.2345e9}, ChainCase{"R7703B", 1.7777e10},
+                      ChainCase{"VRT2", 3.3e9}, ChainCase{"TKS6110", 7.5e8}, ChainCase{"no such model", 5e9}));
 
 // ---------------------------------------------------------------- temperature row lookup
 
@@ -339,12 +341,6 @@ INSTANTIATE_TEST_SUITE_P(
                       RowCase{4, 2855.0, 1}, RowCase{1, kNaN, (0 - 7334) / 9},
                       RowCase{1, 1e300, (std::numeric_limits<std::int32_t>::max() - 7334) / 9},
                       RowCase{1, -1e300, (std::numeric_limits<std::int32_t>::min() - std::int64_t{7334}) / 9}));
-
-TEST(TemperatureRowClamp, ToTheNearestRow) {
-    for (auto [row, expected] : {std::pair{std::numeric_limits<std::int32_t>::min(), 0}, {-1, 0}, {349, 349},
-                                 {350, 349}, {std::numeric_limits<std::int32_t>::max(), 349}})
-        EXPECT_EQ(ClampTempRow(row), expected) << row;
-}
 
 // ---------------------------------------------------------------- crossover band
 

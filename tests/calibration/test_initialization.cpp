@@ -10,6 +10,7 @@
 #include "frame/shared_table.h"
 #include "platform/platform.h"
 #include "qv_api2.h"
+#include "support/process.h"
 #include "support/sim_fixture.h"
 #include "support/slots.h"
 
@@ -76,6 +77,9 @@ TEST_F(Initialization, ChecksTheSerialIndexAndAddressAndGivesTheSameSlotTwice) {
     EXPECT_EQ(QV_InitializeSensor_SN("BBB222"), 2);
     EXPECT_EQ(QV_InitializeSensor_Idx(2), 2);
     EXPECT_EQ(QV_InitializeSensor_Addr(17), 1);  // "already mine", not the slot
+    Slot(1).ownerPid = qv::test::ParentProcessId();  // now a living other process's
+    EXPECT_EQ(QV_InitializeSensor_Idx(2), -1);
+    Slot(1).ownerPid = platform::CurrentProcessId();
 }
 
 TEST_F(Initialization, ThirteenSlotsAndNoMore) {

@@ -11,22 +11,15 @@
 #include "platform/platform.h"
 #include "qv_api2.h"
 #include "support/process.h"
-#include "support/sim_fixture.h"
-#include "support/slots.h"
+#include "support/sensor_fixture.h"
 
 using namespace qv;
 using Strings = std::vector<std::string>;
 
 namespace {
 
-class Discovery : public qv::test::SimBusTest {
+class Discovery : public qv::test::InitialisedSensorTest {
 protected:
-    void SetUp() override {
-        SimBusTest::SetUp();
-        qv::test::ClearSlots();
-    }
-    void TearDown() override { qv::test::ClearSlots(); }
-
     // A slot as another process's initialisation leaves it.
     static void ClaimForOtherProcess(int slot, const char* serial, int address, int devId) {
         qv::test::Claim(slot, serial, address, devId, qv::test::kOtherPid).deviceHandle = 4242;  // meaningless here: never to be used
@@ -44,11 +37,14 @@ TEST_F(Discovery, CountFollowsTheBusAndReportsADriverFailure) {
     EXPECT_EQ(QV_SensorCnt(), 1);
 }
 
-TEST_F(Discovery, ListGivesIndexAddressAndSerialInBusOrder) {
+TEST_F(Discovery, ListGivesIndexAddressAndSerialInBusOrderWithinTheCallersLength) {
     AddSensor("AAA111", 7);
     AddSensor("bbb222", 200);
     SensorListEntry list[3];
     std::memset(list, 0x5A, sizeof list);
+    EXPECT_EQ(QV_SensorList(list, 1), -1);
+    EXPECT_EQ(list[0].DeviceIndex, 1);
+    EXPECT_EQ(list[1].DeviceIndex, 0x5A5A5A5A);  // never beyond the length
     ASSERT_EQ(QV_SensorList(list, 3), 1);
     EXPECT_EQ(list[0].DeviceIndex, 1);
     EXPECT_EQ(list[0].Address, 7);
@@ -58,16 +54,6 @@ TEST_F(Discovery, ListGivesIndexAddressAndSerialInBusOrder) {
     EXPECT_STREQ(list[1].SerialNumber, "BBB222");  // upper-cased from the path
     EXPECT_EQ(list[0].Reserved, 0x5A);              // the padding byte is not written
     EXPECT_EQ(list[2].DeviceIndex, 0x5A5A5A5A);    // nothing beyond the sensors
-}
-
-TEST_F(Discovery, ListNeverWritesBeyondTheCallersLength) {
-    AddSensor("AAA111", 1);
-    AddSensor("BBB222", 2);
-    SensorListEntry list[2];
-    std::memset(list, 0x5A, sizeof list);
-    EXPECT_EQ(QV_SensorList(list, 1), -1);
-    EXPECT_EQ(list[0].DeviceIndex, 1);
-    EXPECT_EQ(list[1].DeviceIndex, 0x5A5A5A5A);
     EXPECT_EQ(QV_SensorList(nullptr, 2), -1);
     EXPECT_EQ(QV_SensorList(list, -1), -1);
 }
@@ -121,14 +107,6 @@ TEST_P(IndexBySerial, ValidatesThenSearches) {
 INSTANTIATE_TEST_SUITE_P(Cases, IndexBySerial,
                          ::testing::Values(SerialArg{"aaa111", 1}, SerialArg{"BBB22", 2}, SerialArg{"CCC333", 0},
                                            SerialArg{"AAA1", -2}, SerialArg{"AAA1111", -2}, SerialArg{nullptr, -2}));
-
-TEST_F(Discovery, IndexByAddressChecksTheByteRange) {
-    AddSensor("AAA111", 9);
-    EXPECT_EQ(QV_GetIndex_Addr(9), 1);
-    EXPECT_EQ(QV_GetIndex_Addr(0), 0);  // searched: 0 is a byte address
-    EXPECT_EQ(QV_GetIndex_Addr(-1), -1);
-    EXPECT_EQ(QV_GetIndex_Addr(256), -1);
-}
 
 TEST_F(Discovery, SerialByAddress) {
     char serial[8];

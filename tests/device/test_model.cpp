@@ -9,8 +9,7 @@
 #include "frame/shared_table.h"
 #include "platform/platform.h"
 #include "qv_api2.h"
-#include "support/sim_fixture.h"
-#include "support/slots.h"
+#include "support/sensor_fixture.h"
 
 using namespace qv;
 
@@ -38,21 +37,7 @@ INSTANTIATE_TEST_SUITE_P(
                       // "221" comes before "442" in the list
                       ProductCase{"X442-221", 1, 1}));
 
-TEST(TraceCapable, OnlyTheListedModels) {
-    for (int32_t m = -1; m < 120; ++m) {
-        const bool listed = m == 3 || m == 8 || m == 68 || m == 78 || m == 71 || m == 81 ||
-                            m == 103 || m == 104 || m == 112 || m == 113;
-        EXPECT_EQ(IsTraceCapableModelIndex(m), listed) << m;
-    }
-}
-
-class Model : public qv::test::SimBusTest {
-protected:
-    void SetUp() override {
-        SimBusTest::SetUp();
-        qv::test::ClearSlots();
-    }
-};
+using Model = qv::test::InitialisedSensorTest;
 
 TEST_F(Model, TraceCapabilityAsksTheSensorOrFollowsABurst) {
     AddSensor("AAA111", 1, "TKS8410");

@@ -134,8 +134,3 @@ TEST(EntryFrame, AnExceptionInsideBecomesMinusOneAndReleasesTheLock) {
     std::thread([&] { other = QV_SetSysTimeOut(500); }).join();
     EXPECT_EQ(other, 1);
 }
-
-TEST(EntryFrame, ReturnsTheOperationsResultUnchanged) {
-    for (int32_t v : {INT_MIN, -13, -2, 0, 7, INT_MAX})
-        EXPECT_EQ(Enter([v] { return v; }), v);
-}

@@ -10,47 +10,24 @@
 #include <vector>
 
 #include "frame/shared_table.h"
-#include "platform/platform.h"
-#include "qv_api2.h"
-#include "support/sim_fixture.h"
+#include "support/sensor_fixture.h"
 
 namespace qv::test {
 
 inline constexpr int kMeasAddr = 9;
 
-class MeasureTest : public SimBusTest {
+class MeasureTest : public InitialisedSensorTest {
 protected:
     void SetUp() override {
-        SimBusTest::SetUp();
-        ClearSlots();
-        id_ = AddSensor("MEAS01", kMeasAddr, product_);
-        ASSERT_EQ(QV_InitializeSensor_SN("MEAS01"), 1);
-        qvsim_transcript_clear(id_);
-    }
-    void TearDown() override {
-        for (int s = 0; s < kSlotCount; ++s)
-            if (Slot(s).inUse == 1 && Slot(s).ownerPid == platform::CurrentProcessId())
-                QV_UninitializeSensor_SN(Slot(s).serial);
-        ClearSlots();
-    }
-    static void ClearSlots() {
-        for (int s = 0; s < kSlotCount; ++s) {
-            ResetDeviceRecord(s);
-            Slot(s).ownerPid = 0;
-            Slot(s).singleAverageStream = 0;
-        }
+        InitialisedSensorTest::SetUp();
+        id_ = Initialise("MEAS01", kMeasAddr, product_);
     }
     static DeviceRecord& Record() { return Slot(0); }
     static InstrumentState& Current() { return Slot(0).current; }
 
     // The sensor's input: CW at `dbm`, or whatever `change` makes of the signal.
     void SetPower(double dbm) { ASSERT_EQ(qvsim_set_cw_power(id_, dbm), QVSIM_OK); }
-    void SetSignal(const std::function<void(qvsim_signal&)>& change) {
-        qvsim_signal signal {};
-        ASSERT_EQ(qvsim_signal_get(id_, &signal), QVSIM_OK);
-        change(signal);
-        ASSERT_EQ(qvsim_signal_set(id_, &signal), QVSIM_OK);
-    }
+    void SetSignal(const std::function<void(qvsim_signal&)>& change) { SimBusTest::SetSignal(id_, change); }
 
     // A CW reading of `dbm` at the input.
     double ReadCW(double dbm, std::int32_t expected = 1) {

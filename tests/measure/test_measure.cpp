@@ -226,27 +226,6 @@ TEST_F(MeasureTest, RelativePulseReadingsAndTheirVerdict) {
     EXPECT_EQ(Current().MeasMode, 4);
 }
 
-TEST_F(MeasureTest, ReadingsAreReproducedBitForBitFromACapture) {
-    const std::string path = platform::GetEnv("QV_TEST_TMPDIR") + "/readings.qvcap";
-    Current().Averages = 8;
-    SetSignal([](qvsim_signal& s) {
-        s.kind = QVSIM_SIGNAL_PULSE, s.period_us = 100, s.width_us = 30, s.on_dbm = -22, s.off_dbm = -50;
-        s.noise_db = 0.2, s.seed = 11;
-    });
-    auto readings = [&] {
-        std::vector<double> r(5);
-        EXPECT_EQ(QV_MeasurePulse(kMeasAddr, &r[0], &r[1], &r[2], &r[3]), 1);
-        EXPECT_EQ(QV_MeasureCW(kMeasAddr, &r[4]), 1);
-        return r;
-    };
-    ASSERT_EQ(qvsim_capture_start(id_, path.c_str()), QVSIM_OK);
-    const std::vector<double> taken = readings();
-    ASSERT_EQ(qvsim_capture_stop(id_), QVSIM_OK);
-    SetPower(0.0);  // the signal model is not what replays
-    ASSERT_EQ(qvsim_replay_start(id_, path.c_str()), QVSIM_OK);
-    EXPECT_EQ(readings(), taken);
-}
-
 // ---------------------------------------------------------------- sensors that fail
 
 TEST_F(MeasureTest, ASensorThatStopsAnsweringFailsTheReadingAndIsReopened) {
@@ -278,19 +257,6 @@ TEST_F(MeasureTest, ARefusedStartClosesTheHandlesAndTheNextReadingOpensAnew) {
     EXPECT_EQ(Info(id_).open_handles, 0);
     EXPECT_NEAR(ReadCW(-30), -30, 0.03);
     EXPECT_EQ(Info(id_).open_handles, 0);  // opened for that reading only
-}
-
-TEST_F(MeasureTest, ASensorUnpluggedWhileStreamingFailsUntilItIsBack) {
-    Current().Averages = 1;
-    ReadCW(-30);
-    ASSERT_EQ(qvsim_sensor_unplug(id_), QVSIM_OK);
-    double reading = 0;
-    EXPECT_EQ(QV_MeasureCW(kMeasAddr, &reading), QV_ERR_ACQUISITION);
-    EXPECT_EQ(QV_MeasureCW(kMeasAddr, &reading), QV_ERR_ACQUISITION);
-    double p = 0, pk = 0, avg = 0, dc = 0;
-    EXPECT_EQ(QV_MeasurePulse(kMeasAddr, &p, &pk, &avg, &dc), QV_ERR_ACQUISITION);
-    ASSERT_EQ(qvsim_sensor_replug(id_), QVSIM_OK);
-    EXPECT_NEAR(ReadCW(-30), -30, 0.03);
 }
 
 TEST_F(MeasureTest, MeasurementsRefuseSensorsTheCallerDoesNotOwn) {

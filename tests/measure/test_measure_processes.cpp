@@ -6,25 +6,16 @@
 
 #include "sim/qvsim.h"
 #include "support/peer_process.h"
+#include "support/sim_fixture.h"
 
 using qv::test::PeerProcess;
 
 namespace {
 
-int AddSensor(const char* serial, int address) {
-    qvsim_sensor_config config;
-    qvsim_sensor_config_init(&config);
-    config.serial = serial;
-    config.address = address;
-    config.product = "QV442A";
-    return qvsim_sensor_add(&config);
-}
+using MeasureProcesses = qv::test::SimBusTest;
 
-TEST(MeasureProcesses, TwoProcessesReadTheirOwnSensorsAtOnce) {
-    ASSERT_EQ(qvsim_bus_create(nullptr), QVSIM_OK);
+TEST_F(MeasureProcesses, TwoProcessesReadTheirOwnSensorsAtOnce) {
     const int a = AddSensor("MPA001", 21), b = AddSensor("MPB002", 22);
-    ASSERT_GE(a, 0);
-    ASSERT_GE(b, 0);
     constexpr int kReadings = 200;
     ASSERT_EQ(qvsim_set_cw_power(a, -10.0), QVSIM_OK);
     ASSERT_EQ(qvsim_set_cw_power(b, -40.0), QVSIM_OK);

@@ -129,20 +129,6 @@ TEST_P(NextLoad, AfterTheLastProcessStartsAfresh) {
 
 INSTANTIATE_TEST_SUITE_P(Killed, NextLoad, ::testing::Bool());
 
-TEST(MultiProcess, BlockSurvivesWhileALiveProcessStillHasIt) {
-    PeerProcess a;
-    ASSERT_EQ(a.Ask("set-timeout 2222"), "1");
-    {
-        PeerProcess b;
-        b.Kill();
-    }
-    {
-        PeerProcess c;
-        EXPECT_EQ(c.Exit(), 0);
-    }
-    PeerProcess d;
-    EXPECT_EQ(d.Ask("state").substr(0, 12), "timeout=2222");
-}
 
 TEST(MultiProcess, TheLastToLeaveRemovesEveryObjectEvenIfItNeverTookTheLock) {
     {
@@ -174,10 +160,4 @@ TEST(MultiProcess, LoadsWhileTheLastProcessLeavesGetAWorkingTable) {
     }
     EXPECT_EQ(current->Exit(), 0);
     EXPECT_EQ(NamespaceObjects(kNamespace), std::vector<std::string>{});
-}
-
-TEST(MultiProcess, VersionAnswersWhileAnotherProcessHoldsTheLock) {
-    PeerProcess holder, other;
-    ASSERT_EQ(holder.Ask("hold 2000"), "holding");
-    EXPECT_EQ(other.Ask("version", 1000), "100101");
 }

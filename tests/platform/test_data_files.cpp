@@ -4,13 +4,12 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
 #include "calibration/cal_image.h"
 #include "platform/platform.h"
+#include "support/files.h"
 #include "support/os_hazards.h"
 #include "support/process.h"
 
@@ -30,13 +29,8 @@ protected:
     static std::string Path(const std::string& name) {
         return platform::JoinPath(platform::DataDirectory(), name);
     }
-    static void Write(const std::string& path, const std::string& text) {
-        std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
-    }
-    static std::string Text(const std::string& path) {
-        std::ifstream in(path, std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-    }
+    static void Write(const std::string& path, const std::string& text) { qv::test::WriteFile(path, text); }
+    static std::string Text(const std::string& path) { return qv::test::FileText(path); }
     static std::string ReadKey(const std::string& path) {
         char value[32] = {};
         platform::ProfileRead read {"Key", "default", value, sizeof value, 0};

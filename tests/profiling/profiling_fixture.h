@@ -10,10 +10,8 @@
 #include <vector>
 
 #include "frame/shared_table.h"
-#include "platform/platform.h"
 #include "profiling/sweep_config.h"
-#include "qv_api2.h"
-#include "support/sim_fixture.h"
+#include "support/sensor_fixture.h"
 
 namespace qv::test {
 
@@ -58,26 +56,12 @@ inline std::vector<std::uint8_t> Packets(int row, int packets, const CountsAt& c
     return raw;
 }
 
-class ProfilingTest : public SimBusTest {
+class ProfilingTest : public InitialisedSensorTest {
 protected:
     void SetUp() override {
-        SimBusTest::SetUp();
-        ClearSlots();
-        id_ = AddSensor("PRO001", kAddr, "QV442A");
-        ASSERT_EQ(QV_InitializeSensor_SN("PRO001"), 1);
+        InitialisedSensorTest::SetUp();
+        id_ = Initialise("PRO001", kAddr);
         ASSERT_EQ(Record().address, kAddr);
-        qvsim_transcript_clear(id_);
-    }
-    void TearDown() override {
-        if (Record().inUse == 1 && Record().ownerPid == platform::CurrentProcessId())
-            QV_UninitializeSensor_SN("PRO001");
-        ClearSlots();
-    }
-    static void ClearSlots() {
-        for (int s = 0; s < kSlotCount; ++s) {
-            ResetDeviceRecord(s);
-            Slot(s).ownerPid = 0;
-        }
     }
     // Makes the sensor's slot look like another process's.
     static void GiveAway() { Record().ownerPid = platform::CurrentProcessId() + 1; }

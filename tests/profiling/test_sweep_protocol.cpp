@@ -27,41 +27,30 @@ namespace {
 // ---------------------------------------------------------------- the table
 
 struct RowColumns {
-    int totalBytes, samplesPerPacket, cmd0, cmd1, cmd2, traceLength;
+    int row, totalBytes, samplesPerPacket, cmd0, cmd1, cmd2, traceLength;
     double samplesPerUsec;
     long long spanPoints;  // record points spanning a user sweep (rows 0..15)
 };
 
-const RowColumns kColumns[kSweepRows] = {
-    {49152, 126, 0, 0, 252, 480, 48, 480},           {49152, 126, 0, 0, 252, 960, 48, 960},
-    {49152, 126, 0, 0, 252, 2400, 48, 2400},         {49152, 126, 0, 0, 252, 4800, 48, 4800},
-    {49152, 126, 0, 0, 252, 9600, 48, 9600},         {49152, 254, 0, 1, 252, 10000, 24, 12000},
-    {49152, 510, 0, 3, 252, 10000, 12, 12000},       {98304, 1022, 0, 7, 252, 10000, 12, 24000},
-    {245760, 2558, 0, 19, 252, 10000, 12, 60000},    {491520, 5118, 0, 39, 252, 10000, 12, 120000},
-    {485376, 10110, 0, 78, 252, 10000, 6, 120000},   {602112, 25086, 0, 195, 252, 10000, 3, 150000},
-    {400384, 50046, 1, 134, 252, 10000, 1, 100001},  {400384, 100094, 3, 13, 252, 10000, 0.5, 100001},
-    {1000448, 250110, 7, 161, 252, 10000, 0.5, 250001},
-    {2000384, 500094, 15, 66, 252, 10000, 0.5, 500001},
-    {245760, 638, 0, 4, 252, 10000, 48, 0},          {1032192, 2686, 0, 20, 252, 10000, 48, 0},
-    {1966080, 5118, 0, 39, 252, 10000, 48, 0},       {1007616, 5246, 0, 40, 252, 10000, 24, 0},
-    {970752, 10110, 0, 78, 252, 10000, 12, 0},       {724992, 15102, 0, 117, 252, 10000, 6, 0},
-    {721920, 30078, 0, 234, 252, 10000, 3, 0},       {200192, 50046, 1, 134, 252, 10000, 0.5, 0},
-    {400384, 100094, 3, 13, 252, 10000, 0.5, 0},     {1000448, 250110, 7, 161, 252, 10000, 0.5, 0},
-    {2000384, 500094, 15, 66, 252, 10000, 0.5, 0},   {4000768, 1000190, 30, 133, 252, 10000, 0.5, 0},
+// Each kind of row: the shortest, the first with longer packets, a long one whose
+// command value needs its high byte, the first and last acquisition rows.
+const RowColumns kColumns[] = {
+    {0, 49152, 126, 0, 0, 252, 480, 48, 480},          {5, 49152, 254, 0, 1, 252, 10000, 24, 12000},
+    {12, 400384, 50046, 1, 134, 252, 10000, 1, 100001}, {13, 400384, 100094, 3, 13, 252, 10000, 0.5, 100001},
+    {16, 245760, 638, 0, 4, 252, 10000, 48, 0},        {27, 4000768, 1000190, 30, 133, 252, 10000, 0.5, 0},
 };
 
-TEST(SweepConfigTable, EveryDerivedColumnOfEveryRow) {
-    for (int row = 0; row < kSweepRows; ++row) {
-        const SweepConfig& c = SweepConfigRow(row);
-        const RowColumns& e = kColumns[row];
-        EXPECT_EQ(c.totalBytes, e.totalBytes) << row;
-        EXPECT_EQ(c.samplesPerPacket, e.samplesPerPacket) << row;
-        EXPECT_EQ((std::vector<int> {c.commandBytes[0], c.commandBytes[1], c.commandBytes[2]}),
-                  (std::vector<int> {e.cmd0, e.cmd1, e.cmd2})) << row;
-        EXPECT_EQ(c.traceLength, e.traceLength) << row;
-        EXPECT_EQ(c.samplesPerUsec, e.samplesPerUsec) << row;
-        if (row < kUserSweepRows) {
-            EXPECT_EQ(SweepSpanPoints(row), e.spanPoints) << row;
+TEST(SweepConfigTable, DerivedColumnsOfEachKindOfRow) {
+    for (const RowColumns& e : kColumns) {
+        const SweepConfig& c = SweepConfigRow(e.row);
+        EXPECT_EQ((std::vector<double> {double(c.totalBytes), double(c.samplesPerPacket), double(c.commandBytes[0]),
+                                        double(c.commandBytes[1]), double(c.commandBytes[2]), double(c.traceLength),
+                                        c.samplesPerUsec}),
+                  (std::vector<double> {double(e.totalBytes), double(e.samplesPerPacket), double(e.cmd0), double(e.cmd1),
+                                        double(e.cmd2), double(e.traceLength), e.samplesPerUsec}))
+            << e.row;
+        if (e.row < kUserSweepRows) {
+            EXPECT_EQ(SweepSpanPoints(e.row), e.spanPoints) << e.row;
         }
     }
 }
@@ -230,19 +219,6 @@ TEST_F(Protocol, AutomaticLevelFromASearchPacket) {
     EXPECT_NEAR(found.level, -41.0, 0.01);
     EXPECT_EQ(Trace().trgAdcHi, static_cast<int>(std::floor(HiCount(-40.0)) + 600));
     EXPECT_EQ(Trace().trgAdcLo, 32600);
-}
-
-TEST_F(Protocol, AutomaticSearchSweepsFreeRunningOnTheSearchRowAndRestoresTheSweep) {
-    Queue(Packets(11, 1, [](int, int) { return std::pair {50000, 50000}; }));
-    const AutoLevel found = AutomaticTriggerLevel(kSlot, 6);
-    EXPECT_FALSE(found.found);
-    EXPECT_EQ(Trace().sweepTimeIdx, 6);
-    EXPECT_EQ(Trace().sweepTimeUsec, 1000);
-    const Strings t = Transfers(true);
-    ASSERT_GE(t.size(), 4u);
-    EXPECT_EQ(t[2], "OUT 177 106 0 195 252");
-    EXPECT_NE(std::find(t.begin(), t.end(), "OUT 217 2"), t.end());
-    EXPECT_EQ(std::count(t.begin(), t.end(), "PIPE 65536"), 1);
 }
 
 }  // namespace

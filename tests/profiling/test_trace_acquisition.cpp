@@ -107,18 +107,6 @@ protected:
     }
 };
 
-TEST_F(Acquisition, DirectTraceOfTheShortestSweepWithTheExternalTrigger) {
-    Sweep(10, 2);
-    ASSERT_EQ(PP_GetTraceLength(kAddr), 480);
-    Queue(StepRecord(0, 240));
-    qvsim_transcript_clear(id_);
-    ExpectStep(Take(480), 240);
-    EXPECT_EQ(Trace().lastTmpRowHi, 140);
-    const Strings t = Transfers(true);
-    EXPECT_EQ((Strings(t.begin(), t.begin() + 4)),
-              (Strings {"IN 179", "IN 187", "IN 202", "OUT 177 40 0 0 252"}));
-}
-
 TEST_F(Acquisition, OffsetIsAddedOnceOnTheDirectAndTheDelayedPath) {
     Sweep(10, 2);
     Record().current.OffsetEnabled = 1;
@@ -130,16 +118,6 @@ TEST_F(Acquisition, OffsetIsAddedOnceOnTheDirectAndTheDelayedPath) {
     ASSERT_EQ(PP_SetSweepDelay(kAddr, 2), 1);
     Queue(StepRecord(16, 96 + 240));
     ExpectStep(Take(480), 240, 3.0);
-}
-
-TEST_F(Acquisition, UndersampledTwentyMillisecondSweepStartsAtTheDelay) {
-    Sweep(20000, 2);
-    ASSERT_EQ(PP_SetUndersampling20ms_50ms_100ms(kAddr, 1), 1);
-    // 2 us per point; 5 ms of delay: the record's point 2500 is the trace's first.
-    ASSERT_EQ(PP_SetSweepDelayMode(kAddr, 1), 1);
-    ASSERT_EQ(PP_SetSweepDelay(kAddr, 5000), 1);
-    Queue(StepRecord(23, 7500));
-    ExpectStep(Take(10000), 5000);
 }
 
 // A search packet (row 11) whose high sense pulses to -40 dBm, or stays flat.

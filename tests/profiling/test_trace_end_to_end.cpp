@@ -63,14 +63,10 @@ protected:
     // rising edges at multiples of the period (where the TTL line's rising
     // edges also come).
     void PulseTrain(double periodUs) {
-        qvsim_signal s {};
-        ASSERT_EQ(qvsim_signal_get(id_, &s), QVSIM_OK);
-        s.kind = QVSIM_SIGNAL_PULSE;
-        s.period_us = periodUs;
-        s.width_us = 0.4 * periodUs;
-        s.on_dbm = kOnDbm;
-        s.off_dbm = kOffDbm;
-        ASSERT_EQ(qvsim_signal_set(id_, &s), QVSIM_OK);
+        SetSignal(id_, [&](qvsim_signal& s) {
+            s.kind = QVSIM_SIGNAL_PULSE, s.period_us = periodUs, s.width_us = 0.4 * periodUs;
+            s.on_dbm = kOnDbm, s.off_dbm = kOffDbm;
+        });
         ASSERT_EQ(qvsim_trigger_periodic(id_, periodUs), QVSIM_OK);
     }
 };

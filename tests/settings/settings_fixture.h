@@ -9,10 +9,7 @@
 #include <vector>
 
 #include "frame/shared_table.h"
-#include "platform/platform.h"
-#include "qv_api2.h"
-#include "support/sim_fixture.h"
-#include "support/slots.h"
+#include "support/sensor_fixture.h"
 
 namespace qv::test {
 
@@ -21,23 +18,13 @@ inline constexpr int kAddr = 7;
 // The current state of the initialised sensor's slot.
 inline InstrumentState& Current() { return Slot(0).current; }
 
-class SettingsTest : public SimBusTest {
+class SettingsTest : public InitialisedSensorTest {
 protected:
     void SetUp() override {
-        SimBusTest::SetUp();
-        ClearSlots();
+        InitialisedSensorTest::SetUp();
         free_ = AddSensor("FREE01", 3);
-        mine_ = AddSensor("SET001", kAddr, "QV442A");  // model 8: up to 20 GHz
-        if (initialise_) {
-            ASSERT_EQ(QV_InitializeSensor_SN("SET001"), 1);
-        }
+        mine_ = initialise_ ? Initialise("SET001", kAddr) : AddSensor("SET001", kAddr);  // model 8: up to 20 GHz
         ClearTranscripts();
-    }
-    void TearDown() override {
-        for (int s = 0; s < kSlotCount; ++s)
-            if (Slot(s).inUse == 1 && Slot(s).ownerPid == platform::CurrentProcessId())
-                QV_UninitializeSensor_SN(Slot(s).serial);
-        ClearSlots();
     }
     void ClearTranscripts() {
         qvsim_transcript_clear(free_);

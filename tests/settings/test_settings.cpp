@@ -339,6 +339,9 @@ TEST_F(SettingsTest, ResponseTableIsReplacedWholeOrNotAtAll) {
     EXPECT_EQ(QV_GetResponse(kAddr, got, &count), -1);
     EXPECT_EQ(QV_GetResponse(kAddr, got, nullptr), -1);
 
+    std::vector<QV_ResponsePoint> full(QV_RESPONSE_POINTS, QV_ResponsePoint{1e9, 1});
+    EXPECT_EQ(QV_SetResponse(kAddr, full.data(), QV_RESPONSE_POINTS), 1);
+    EXPECT_EQ(Current().NumberOfResponsePoints, QV_RESPONSE_POINTS);
     EXPECT_EQ(QV_SetResponse(kAddr, five, 0), 1);
     EXPECT_EQ(Current().NumberOfResponsePoints, 0);
     EXPECT_EQ(Current().Response[0].Frequency, 0);

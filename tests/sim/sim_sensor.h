@@ -53,13 +53,6 @@ protected:
         winusb_ = QV_USBDRVD_OpenWinUSBHandle(QV_USBDRVD_OpenDevHandle(0, 0, &kClass));
     }
 
-    // Unplugged and plugged in again: power-up restarts the sensor's clock.
-    void Replug() {
-        ASSERT_EQ(qvsim_sensor_unplug(id_), QVSIM_OK);
-        ASSERT_EQ(qvsim_sensor_replug(id_), QVSIM_OK);
-        Reopen();
-    }
-
     int Out(int request, Bytes data) {
         return QV_USBDRVD_VendorOrClassRequestOut(winusb_, 0x40, 0, request, 0, 0, data.data(), uint32_t(data.size()));
     }

@@ -7,14 +7,13 @@
 #include <cstddef>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 
 #include "frame/shared_table.h"
 #include "platform/platform.h"
 #include "settings/instrument_state.h"
 #include "states/state_file.h"
+#include "support/files.h"
 #include "support/slots.h"
 
 // The persisted fields other than the response table, by type.
@@ -125,13 +124,10 @@ protected:
     static std::string FilePath(const std::string& file) {
         return platform::JoinPath(platform::DataDirectory(), file);
     }
-    static std::string FileText(const std::string& file) {
-        std::ifstream in(FilePath(file), std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(in), {});
-    }
+    static std::string FileText(const std::string& file) { return qv::test::FileText(FilePath(file)); }
     static void PutFile(const std::string& file, const std::string& text) {
         std::filesystem::create_directories(platform::DataDirectory());
-        std::ofstream(FilePath(file), std::ios::binary) << text;
+        WriteFile(FilePath(file), text);
     }
 
 private:

@@ -6,11 +6,11 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
 #include "platform/platform.h"
+#include "support/files.h"
 
 using namespace qv::platform;
 
@@ -28,11 +28,8 @@ protected:
         path_ = JoinPath(dir_, "p.ini");
     }
 
-    void Put(const std::string& text) { std::ofstream(path_, std::ios::binary) << text; }
-    std::string Text() const {
-        std::ifstream in(path_, std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(in), {});
-    }
+    void Put(const std::string& text) { qv::test::WriteFile(path_, text); }
+    std::string Text() const { return qv::test::FileText(path_); }
     std::string Read(const char* section, const char* key, const char* defaultValue = "dflt") {
         char buffer[100];
         ProfileRead read {key, defaultValue, buffer, sizeof buffer, 0};

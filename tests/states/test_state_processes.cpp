@@ -2,12 +2,12 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "sim/qvsim.h"
+#include "support/files.h"
 #include "support/peer_process.h"
 #include "support/sim_fixture.h"
 
@@ -27,8 +27,7 @@ protected:
 
     static std::string StateFileText() {
         const char* dir = std::getenv("QV_API2_DATA_DIR");
-        std::ifstream in(std::string(dir ? dir : ".") + "/QV442A_5.ini", std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(in), {});
+        return qv::test::FileText(std::string(dir ? dir : ".") + "/QV442A_5.ini");
     }
 
     // The file has the eleven sections in order, each with its whole set of
@@ -39,19 +38,12 @@ protected:
         EXPECT_EQ(text.substr(text.size() - 2), "\r\n");
         std::vector<std::string> sections;
         std::vector<int> keys;
-        for (std::size_t at = 0; at < text.size();) {
-            const std::size_t end = text.find("\r\n", at);
-            ASSERT_NE(end, std::string::npos) << "a line without its end";
-            const std::string line = text.substr(at, end - at);
-            at = end + 2;
-            if (line.rfind('[', 0) == 0) {
-                sections.push_back(line);
-                keys.push_back(0);
-            } else {
-                ASSERT_FALSE(keys.empty());
-                ASSERT_NE(line.find('='), std::string::npos) << line;
-                ++keys.back();
-            }
+        std::istringstream in(text);
+        for (std::string line; std::getline(in, line);) {
+            ASSERT_TRUE(!line.empty() && line.back() == '\r') << line;
+            if (line[0] == '[') sections.push_back(line.substr(0, line.size() - 1)), keys.push_back(0);
+            else if (line.find('=') != std::string::npos && !keys.empty()) ++keys.back();
+            else FAIL() << line;
         }
         std::vector<std::string> expectedSections = {"[CurrState]"};
         std::vector<int> expectedKeys = {kFixedKeys + 2 * points};

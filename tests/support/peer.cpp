@@ -157,11 +157,6 @@ int main() {
             int address = 0;
             in >> serial >> address;
             Reply(std::to_string(Enter([&] { return ClaimSlot(serial, address); })));
-        } else if (command == "release-all") {
-            Reply(std::to_string(Enter([] {
-                ReleaseSlotsOfProcess(platform::CurrentProcessId());
-                return 1;
-            })));
         } else if (command == "write-ini-loop") {
             // Writes the sensor's state file the given number of times; how
             // many of the writes did not return 1.

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -54,6 +55,14 @@ protected:
             first = t[n - 1].seq + 1;
         }
         return requests;
+    }
+
+    // The signal on a sensor's input, as `change` makes it.
+    static void SetSignal(int id, const std::function<void(qvsim_signal&)>& change) {
+        qvsim_signal signal {};
+        ASSERT_EQ(qvsim_signal_get(id, &signal), QVSIM_OK);
+        change(signal);
+        ASSERT_EQ(qvsim_signal_set(id, &signal), QVSIM_OK);
     }
 
     static void AddFault(int id, int kind, int code, int count = QVSIM_ALWAYS, int arg = 0,

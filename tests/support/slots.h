@@ -15,6 +15,7 @@ inline void ClearSlots() {
     for (int s = 0; s < kSlotCount; ++s) {
         ResetDeviceRecord(s);
         Slot(s).ownerPid = 0;
+        Slot(s).singleAverageStream = 0;
     }
 }
 

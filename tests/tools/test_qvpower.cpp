@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
-#include <fstream>
 #include <functional>
 #include <sstream>
 #include <string>
@@ -15,6 +14,7 @@
 
 #include "qv_api2.h"
 #include "qvpower_sensors.h"
+#include "support/files.h"
 #include "support/process.h"
 #include "support/sim_fixture.h"
 
@@ -56,12 +56,7 @@ protected:
         second_ = AddSensor("CD5678", 12, "TK8410");
     }
 
-    void SetSignal(const std::function<void(qvsim_signal&)>& change) const {
-        qvsim_signal signal;
-        ASSERT_EQ(qvsim_signal_get(first_, &signal), QVSIM_OK);
-        change(signal);
-        ASSERT_EQ(qvsim_signal_set(first_, &signal), QVSIM_OK);
-    }
+    void SetSignal(const std::function<void(qvsim_signal&)>& change) const { SimBusTest::SetSignal(first_, change); }
 
     static ToolRun Run(std::vector<std::string> args) {
         const std::string out = std::string(std::getenv("QV_TEST_TMPDIR")) + "/qvpower.out";
@@ -69,10 +64,8 @@ protected:
         ChildOptions options;
         options.outputFile = out;
         ToolRun run{RunProcess(args, options), {}};
-        std::ostringstream text;
-        text << std::ifstream(out).rdbuf();
         // Lines end in CR LF on Windows.
-        for (char c : text.str())
+        for (char c : FileText(out))
             if (c != '\r') run.output += c;
         return run;
     }
@@ -250,35 +243,20 @@ protected:
             s.kind = QVSIM_SIGNAL_PULSE, s.period_us = 400, s.width_us = 100, s.on_dbm = -5.0, s.off_dbm = -40.0;
         });
     }
-    // Power on the input t seconds after a rising edge.
-    static double Input(double t) { return std::fmod(t * 1e6, 400.0) < 100.0 ? -5.0 : -40.0; }
 };
 
-TEST_F(QvPowerTrace, CsvHasTheTimeAxisAndFollowsThePulses) {
-    const ToolRun run = Run({"trace", "AB1234", "-t", "1000", "-d", "150", "--trigger", "level", "-l", "-20"});
-    ASSERT_EQ(run.status, 0) << run.output;
-    const std::vector<std::string> lines = run.Lines();
-    ASSERT_EQ(lines.size(), 10002u);  // two header lines and the points
-    EXPECT_EQ(lines[0], "# power in dBm");
-    EXPECT_EQ(lines[1], "time_s,power");
-    EXPECT_DOUBLE_EQ(std::stod(lines[2]), 150e-6);
-    for (std::size_t i = 2; i < lines.size(); ++i) {
-        const double t = std::stod(lines[i]), phase = std::fmod(t * 1e6, 400.0);
-        if (std::abs(phase - 100.0) > 2 && phase > 2 && phase < 398) {
-            EXPECT_NEAR(std::stod(lines[i].substr(lines[i].find(',') + 1)), Input(t), 0.3) << lines[i];
-        }
-    }
-}
-
 TEST_F(QvPowerTrace, JsonWritesOneAveragedTracePerCount) {
-    const ToolRun run = Run({"trace", "@5", "-t", "2000", "-a", "3", "--filter", "8", "--poles", "1", "-n", "2", "--json"});
+    // A delay of one period: the time axis moves, the pulses stay where they were.
+    const ToolRun run = Run({"trace", "@5", "-t", "2000", "-d", "400", "-a", "3", "--filter", "8", "--poles", "1", "-n", "2",
+                             "--json"});
     ASSERT_EQ(run.status, 0) << run.output;
     const std::vector<nlohmann::json> traces = run.JsonLines();
     ASSERT_EQ(traces.size(), 2u);
     for (const nlohmann::json& trace : traces) {
         EXPECT_EQ(trace["unit"], "dBm");
         ASSERT_EQ(trace["power"].size(), 10000u);
-        EXPECT_DOUBLE_EQ(trace["time_s"][9999].get<double>(), 2000e-6);
+        EXPECT_DOUBLE_EQ(trace["time_s"][0].get<double>(), 400e-6);
+        EXPECT_DOUBLE_EQ(trace["time_s"][9999].get<double>(), 2400e-6);
         // Middle of the second pulse and of the gap after it, past the filter's settling.
         EXPECT_NEAR(trace["power"][2250].get<double>(), -5.0, 0.3);
         EXPECT_NEAR(trace["power"][3500].get<double>(), -40.0, 0.3);
@@ -286,15 +264,10 @@ TEST_F(QvPowerTrace, JsonWritesOneAveragedTracePerCount) {
 }
 
 TEST_F(QvPower, BurstReadsTheSimulatedBurstsTop) {
-    qvsim_signal signal;
-    ASSERT_EQ(qvsim_signal_get(first_, &signal), QVSIM_OK);
-    signal.kind = QVSIM_SIGNAL_BURST;
-    signal.period_us = 1000;
-    signal.start_us = 200;
-    signal.width_us = 300;
-    signal.on_dbm = -10.0;
-    signal.off_dbm = -40.0;
-    ASSERT_EQ(qvsim_signal_set(first_, &signal), QVSIM_OK);
+    SetSignal([](qvsim_signal& s) {
+        s.kind = QVSIM_SIGNAL_BURST, s.period_us = 1000, s.start_us = 200, s.width_us = 300;
+        s.on_dbm = -10.0, s.off_dbm = -40.0;
+    });
     // The automatic trigger fires on the burst's rise: the window lies on its top.
     const ToolRun run = Run({"measure", "burst", "AB1234", "--start", "50", "--length", "200", "--json"});
     ASSERT_EQ(run.status, 0) << run.output;
@@ -307,8 +280,12 @@ TEST_F(QvPower, BurstReadsTheSimulatedBurstsTop) {
 TEST_F(QvPowerTrace, AnalyseOfATraceFileFindsWidthAndPeriod) {
     const ToolRun trace = Run({"trace", "AB1234", "-t", "1000", "--trigger", "level", "-l", "-20"});
     ASSERT_EQ(trace.status, 0) << trace.output;
+    const std::vector<std::string> lines = trace.Lines();
+    ASSERT_EQ(lines.size(), 10002u);  // two header lines and the points
+    EXPECT_EQ(lines[0], "# power in dBm");
+    EXPECT_EQ(lines[1], "time_s,power");
     const std::string file = std::string(std::getenv("QV_TEST_TMPDIR")) + "/pulses.csv";
-    std::ofstream(file) << trace.output;
+    WriteFile(file, trace.output);
     const ToolRun run = Run({"analyse", file, "-g", "0:1000", "-g", "350:700", "--json"});
     ASSERT_EQ(run.status, 0) << run.output;
     const nlohmann::json report = run.JsonLines().at(0);
