@@ -55,7 +55,7 @@ bool PlaceInUse(std::int32_t index) {
     char here[kSerialChars + 1] = {};
     if (SerialFromDevicePath(index, here) != 1) return true;
     char prefix[kSerialChars + 1] = {};
-    std::memcpy(prefix, here, std::strlen(Slot(slot).serial));
+    std::memcpy(prefix, here, strnlen(Slot(slot).serial, kSerialChars));
     return SerialNumbersMatch(prefix, Slot(slot).serial) || InUseSlotBySerial(here) != kNoSlot;
 }
 }  // namespace
