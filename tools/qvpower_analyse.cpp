@@ -86,7 +86,7 @@ json Value(const Measure& measure, bool indexResult = false) {
 
 // A marker as the command line gives it: a start (a time or a move to a
 // peak), further moves, and for a delta marker the delta point's distance.
-struct MarkerSpec {
+struct MarkerRequest {
     std::optional<double> startUsec;
     std::vector<std::string> moves;  // the start move first when there is no time
     std::optional<double> deltaUsec;
@@ -115,30 +115,30 @@ bool Number(const std::string& text, double* value) {
     return std::sscanf(text.c_str(), "%lf%c", value, &rest) == 1;
 }
 
-MarkerSpec ParseMarker(const std::string& text) {
-    MarkerSpec spec;
+MarkerRequest ParseMarker(const std::string& text) {
+    MarkerRequest request;
     std::string points = text;
     if (const auto at = text.find('@'); at != std::string::npos) {
         double delta = 0.0;
         if (!Number(text.substr(at + 1), &delta))
             throw CLI::ValidationError("--marker", "a delta in microseconds after @, not " + text);
-        spec.deltaUsec = delta;
+        request.deltaUsec = delta;
         points = text.substr(0, at);
     }
     std::stringstream parts(points);
     std::string part;
     while (std::getline(parts, part, ',')) {
         double usec = 0.0;
-        if (!spec.startUsec && spec.moves.empty() && Number(part, &usec))
-            spec.startUsec = usec;
+        if (!request.startUsec && request.moves.empty() && Number(part, &usec))
+            request.startUsec = usec;
         else if (FindMove(part))
-            spec.moves.push_back(part);
+            request.moves.push_back(part);
         else
             throw CLI::ValidationError("--marker", "TIME_US or peak, lowest, first, last, next, prev, higher, "
                                                    "lower expected, not \"" + part + "\"");
     }
-    if (!spec.startUsec && spec.moves.empty()) throw CLI::ValidationError("--marker", "an empty marker");
-    return spec;
+    if (!request.startUsec && request.moves.empty()) throw CLI::ValidationError("--marker", "an empty marker");
+    return request;
 }
 
 // The peak list through the export of the chosen layout and order; every
@@ -195,7 +195,7 @@ void AddAnalyseOptions(CLI::App* command, AnalyseOptions& o) {
                         "a marker at TIME_US or moved to a peak (peak, lowest, first, last), then moved on "
                         "(next, prev, higher, lower: first,next is the second peak); with @DELTA_US a delta "
                         "marker whose second point lies that far on; up to 10")
-        ->type_name("SPEC")
+        ->type_name("MARKER")
         ->each([](const std::string& text) { ParseMarker(text); });
     AddTraceSettings(command, o.trace);
     CLI::Option* asJson = command->add_flag("--json", o.json, "one JSON object");
@@ -293,16 +293,16 @@ int RunAnalyse(const AnalyseOptions& o) {
 
     report["markers"] = json::array();
     for (std::size_t m = 0; m < o.markers.size(); ++m) {
-        const MarkerSpec spec = ParseMarker(o.markers[m]);
+        const MarkerRequest request = ParseMarker(o.markers[m]);
         const auto i = static_cast<std::int32_t>(m);
-        json marker{{"marker", i}, {"spec", o.markers[m]}};
+        json marker{{"marker", i}, {"request", o.markers[m]}};
         Expect("PP_SetMarkerMode", PP_SetMarkerMode(a, i, 1), Arguments(a, i, 1));
         // A move with no peak to go to leaves the marker without a point.
         bool placed = true;
-        if (spec.startUsec)
-            Expect("PP_SetMarkerPositionTime", PP_SetMarkerPositionTime(a, i, *spec.startUsec),
-                   Arguments(a, i, *spec.startUsec));
-        for (const std::string& name : spec.moves)
+        if (request.startUsec)
+            Expect("PP_SetMarkerPositionTime", PP_SetMarkerPositionTime(a, i, *request.startUsec),
+                   Arguments(a, i, *request.startUsec));
+        for (const std::string& name : request.moves)
             placed = placed && FindMove(name)->move(a, i) >= 0;
         auto point = [&](const char* prefix) {
             std::int32_t index = -1;
@@ -314,9 +314,9 @@ int RunAnalyse(const AnalyseOptions& o) {
                 valid ? Value([&](double* v) { return PP_GetMarkerAmp(a, i, v); }) : json(nullptr);
         };
         point("");
-        if (spec.deltaUsec) {
+        if (request.deltaUsec) {
             Expect("PP_SetMarkerMode", PP_SetMarkerMode(a, i, 2), Arguments(a, i, 2));
-            placed = placed && PP_SetMarkerDeltaTime(a, i, *spec.deltaUsec) == 1;
+            placed = placed && PP_SetMarkerDeltaTime(a, i, *request.deltaUsec) == 1;
             point("delta_");
             marker["delta_us"] =
                 placed ? Value([&](double* v) { return PP_GetMarkerDeltaTime(a, i, v); }) : json(nullptr);
@@ -377,7 +377,7 @@ int RunAnalyse(const AnalyseOptions& o) {
                 if (key != "gate") row("gate", std::to_string(g["gate"].get<int>()), key, v);
         for (const json& m : report["markers"])
             for (const auto& [key, v] : m.items())
-                if (key != "marker" && key != "spec") row("marker", std::to_string(m["marker"].get<int>()), key, v);
+                if (key != "marker" && key != "request") row("marker", std::to_string(m["marker"].get<int>()), key, v);
         int k = 0;
         for (const json& p : report["peaks"]) {
             for (const auto& [key, v] : p.items()) row("peak", std::to_string(k), key, v);
@@ -398,9 +398,9 @@ int RunAnalyse(const AnalyseOptions& o) {
                 std::printf("  %-16s %s %s\n", key.c_str(), text(v).c_str(), v.is_null() ? "" : unitOf(key).c_str());
     }
     for (const json& m : report["markers"]) {
-        std::printf("marker %d  %s\n", m["marker"].get<int>(), m["spec"].get<std::string>().c_str());
+        std::printf("marker %d  %s\n", m["marker"].get<int>(), m["request"].get<std::string>().c_str());
         for (const auto& [key, v] : m.items())
-            if (key != "marker" && key != "spec")
+            if (key != "marker" && key != "request")
                 std::printf("  %-16s %s %s\n", key.c_str(), text(v).c_str(), v.is_null() ? "" : unitOf(key).c_str());
     }
     std::printf("peaks by %s (%s)\n", o.peakOrder.c_str(), o.peakLayout.c_str());
