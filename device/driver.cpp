@@ -42,23 +42,12 @@ bool Told(LoadFailure failure) {
     return told;
 }
 
+// Binds one function; the first name that fails is kept for the log line.
 template <class Fn>
-bool Bind(std::uintptr_t library, const char* name, Fn& fn) {
+bool Bind(std::uintptr_t library, const char* name, Fn& fn, const char*& missing) {
     fn = reinterpret_cast<Fn>(platform::LibrarySymbol(library, name));
+    if (fn == nullptr && missing == nullptr) missing = name;
     return fn != nullptr;
-}
-
-// The name of the first of the twelve functions the driver library lacks.
-const char* FirstMissing(std::uintptr_t library) {
-    static const char* const kNames[] = {
-        "QV_USBDRVD_GetDevCount", "QV_USBDRVD_GetDevicePath", "QV_USBDRVD_OpenDevHandle",
-        "QV_USBDRVD_CloseDevHandle", "QV_USBDRVD_OpenWinUSBHandle", "QV_USBDRVD_CloseWinUSBHandle",
-        "QV_USBDRVD_GetStringDescriptorLengthA", "QV_USBDRVD_GetStringDescriptorA",
-        "QV_USBDRVD_VendorOrClassRequestOut", "QV_USBDRVD_VendorOrClassRequestIn",
-        "QV_USBDRVD_PipeReadTimeout", "QV_USBDRVD_PipeWriteTimeout"};
-    for (const char* name : kNames)
-        if (!platform::LibrarySymbol(library, name)) return name;
-    return "?";
 }
 
 const DriverTable* Load() {
@@ -76,24 +65,25 @@ const DriverTable* Load() {
                           file.c_str(), platform::LibraryLoadError().c_str(), platform::kEnvDriver);
         return nullptr;
     }
+    const char* missing = nullptr;
     const bool complete =
-        Bind(t.library, "QV_USBDRVD_GetDevCount", t.getDevCount) &&
-        Bind(t.library, "QV_USBDRVD_GetDevicePath", t.getDevicePath) &&
-        Bind(t.library, "QV_USBDRVD_OpenDevHandle", t.openDevHandle) &&
-        Bind(t.library, "QV_USBDRVD_CloseDevHandle", t.closeDevHandle) &&
-        Bind(t.library, "QV_USBDRVD_OpenWinUSBHandle", t.openWinUSBHandle) &&
-        Bind(t.library, "QV_USBDRVD_CloseWinUSBHandle", t.closeWinUSBHandle) &&
-        Bind(t.library, "QV_USBDRVD_GetStringDescriptorLengthA", t.getStringDescriptorLength) &&
-        Bind(t.library, "QV_USBDRVD_GetStringDescriptorA", t.getStringDescriptor) &&
-        Bind(t.library, "QV_USBDRVD_VendorOrClassRequestOut", t.requestOut) &&
-        Bind(t.library, "QV_USBDRVD_VendorOrClassRequestIn", t.requestIn) &&
-        Bind(t.library, "QV_USBDRVD_PipeReadTimeout", t.pipeRead) &&
-        Bind(t.library, "QV_USBDRVD_PipeWriteTimeout", t.pipeWrite);
+        Bind(t.library, "QV_USBDRVD_GetDevCount", t.getDevCount, missing) &&
+        Bind(t.library, "QV_USBDRVD_GetDevicePath", t.getDevicePath, missing) &&
+        Bind(t.library, "QV_USBDRVD_OpenDevHandle", t.openDevHandle, missing) &&
+        Bind(t.library, "QV_USBDRVD_CloseDevHandle", t.closeDevHandle, missing) &&
+        Bind(t.library, "QV_USBDRVD_OpenWinUSBHandle", t.openWinUSBHandle, missing) &&
+        Bind(t.library, "QV_USBDRVD_CloseWinUSBHandle", t.closeWinUSBHandle, missing) &&
+        Bind(t.library, "QV_USBDRVD_GetStringDescriptorLengthA", t.getStringDescriptorLength, missing) &&
+        Bind(t.library, "QV_USBDRVD_GetStringDescriptorA", t.getStringDescriptor, missing) &&
+        Bind(t.library, "QV_USBDRVD_VendorOrClassRequestOut", t.requestOut, missing) &&
+        Bind(t.library, "QV_USBDRVD_VendorOrClassRequestIn", t.requestIn, missing) &&
+        Bind(t.library, "QV_USBDRVD_PipeReadTimeout", t.pipeRead, missing) &&
+        Bind(t.library, "QV_USBDRVD_PipeWriteTimeout", t.pipeWrite, missing);
     if (!complete) {
         // A driver without all twelve functions is not used at all.
         if (platform::LogEnabled() && !Told(LoadFailure::kIncomplete))
             platform::Log("the sensor driver library %s lacks the function %s and is not used", file.c_str(),
-                          FirstMissing(t.library));
+                          missing);
         platform::LibraryUnload(t.library);
         return nullptr;
     }

@@ -9,23 +9,11 @@
 #include "bus.h"
 #include "qvsim_driver.h"
 #include "sensor.h"
+#include "device/driver_abi_check.h"
 
 namespace qvsim {
 
 namespace {
-
-static_assert(std::is_same_v<decltype(&QV_USBDRVD_GetDevCount), QvDrv_GetDevCount>);
-static_assert(std::is_same_v<decltype(&QV_USBDRVD_GetDevicePath), QvDrv_GetDevicePath>);
-static_assert(std::is_same_v<decltype(&QV_USBDRVD_OpenDevHandle), QvDrv_OpenDevHandle>);
-static_assert(std::is_same_v<decltype(&QV_USBDRVD_CloseDevHandle), QvDrv_CloseDevHandle>);
-static_assert(std::is_same_v<decltype(&QV_USBDRVD_OpenWinUSBHandle), QvDrv_OpenWinUSBHandle>);
-static_assert(std::is_same_v<decltype(&QV_USBDRVD_CloseWinUSBHandle), QvDrv_CloseWinUSBHandle>);
-static_assert(std::is_same_v<decltype(&QV_USBDRVD_GetStringDescriptorLengthA), QvDrv_GetStringDescriptorLengthA>);
-static_assert(std::is_same_v<decltype(&QV_USBDRVD_GetStringDescriptorA), QvDrv_GetStringDescriptorA>);
-static_assert(std::is_same_v<decltype(&QV_USBDRVD_VendorOrClassRequestOut), QvDrv_VendorOrClassRequestOut>);
-static_assert(std::is_same_v<decltype(&QV_USBDRVD_VendorOrClassRequestIn), QvDrv_VendorOrClassRequestIn>);
-static_assert(std::is_same_v<decltype(&QV_USBDRVD_PipeReadTimeout), QvDrv_PipeReadTimeout>);
-static_assert(std::is_same_v<decltype(&QV_USBDRVD_PipeWriteTimeout), QvDrv_PipeWriteTimeout>);
 
 // {8BC86AFD-F393-458D-9A8D-AD9EEE178822}
 constexpr QvGuid kSensorClass = {0x8BC86AFDu, 0xF393u, 0x458Du, {0x9A, 0x8D, 0xAD, 0x9E, 0xEE, 0x17, 0x88, 0x22}};

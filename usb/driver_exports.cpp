@@ -11,23 +11,11 @@
 #include "usb/descriptors.h"
 #include "usb/qvusbdrvd.h"
 #include "usb/usb_bus.h"
+#include "device/driver_abi_check.h"
 
 using namespace qvusb;
 
 namespace {
-
-static_assert(std::is_same_v<decltype(&QV_USBDRVD_GetDevCount), QvDrv_GetDevCount>);
-static_assert(std::is_same_v<decltype(&QV_USBDRVD_GetDevicePath), QvDrv_GetDevicePath>);
-static_assert(std::is_same_v<decltype(&QV_USBDRVD_OpenDevHandle), QvDrv_OpenDevHandle>);
-static_assert(std::is_same_v<decltype(&QV_USBDRVD_CloseDevHandle), QvDrv_CloseDevHandle>);
-static_assert(std::is_same_v<decltype(&QV_USBDRVD_OpenWinUSBHandle), QvDrv_OpenWinUSBHandle>);
-static_assert(std::is_same_v<decltype(&QV_USBDRVD_CloseWinUSBHandle), QvDrv_CloseWinUSBHandle>);
-static_assert(std::is_same_v<decltype(&QV_USBDRVD_GetStringDescriptorLengthA), QvDrv_GetStringDescriptorLengthA>);
-static_assert(std::is_same_v<decltype(&QV_USBDRVD_GetStringDescriptorA), QvDrv_GetStringDescriptorA>);
-static_assert(std::is_same_v<decltype(&QV_USBDRVD_VendorOrClassRequestOut), QvDrv_VendorOrClassRequestOut>);
-static_assert(std::is_same_v<decltype(&QV_USBDRVD_VendorOrClassRequestIn), QvDrv_VendorOrClassRequestIn>);
-static_assert(std::is_same_v<decltype(&QV_USBDRVD_PipeReadTimeout), QvDrv_PipeReadTimeout>);
-static_assert(std::is_same_v<decltype(&QV_USBDRVD_PipeWriteTimeout), QvDrv_PipeWriteTimeout>);
 
 // Long enough for any vendor request of the sensor; a sensor that does not
 // answer within it is treated as gone.
