@@ -9,7 +9,7 @@
 #include "bus.h"
 #include "qvsim_driver.h"
 #include "sensor.h"
-#include "device/driver_abi_check.h"
+#include "device/driver_library.h"
 
 namespace qvsim {
 
@@ -210,14 +210,7 @@ int32_t QV_USBDRVD_GetDevicePath(int32_t index0, const QvGuid* classGuid, QvWide
     if (!IsSensorClass(classGuid) || path == nullptr || pathChars <= 0) return 0;
     return OnSensor<int32_t>(
         0, QVSIM_FN_GET_DEVICE_PATH, [index0](Bus& bus) { return PluggedSensorAt(bus, index0); },
-        [&](SensorCall& call) {
-            const std::string text = DevicePath(call.sensor);
-            const auto characters = static_cast<int32_t>(text.size());
-            if (characters >= pathChars) return 0;
-            for (int32_t i = 0; i < characters; ++i) path[i] = static_cast<unsigned char>(text[static_cast<std::size_t>(i)]);
-            path[characters] = 0;
-            return characters;
-        });
+        [&](SensorCall& call) { return WriteDevicePath(DevicePath(call.sensor), path, pathChars); });
 }
 
 QvDrvHandle QV_USBDRVD_OpenDevHandle(int32_t index0, int32_t /*flags*/, const QvGuid* classGuid) {

@@ -11,7 +11,7 @@
 #include "usb/descriptors.h"
 #include "usb/qvusbdrvd.h"
 #include "usb/usb_bus.h"
-#include "device/driver_abi_check.h"
+#include "device/driver_library.h"
 
 using namespace qvusb;
 
@@ -136,12 +136,7 @@ int32_t QV_USBDRVD_GetDevicePath(int32_t index0, const QvGuid* classGuid, QvWide
     if (!IsSensorClass(classGuid) || path == nullptr || pathChars <= 0 || index0 < 0) return 0;
     const auto sensors = ListSensors();
     if (static_cast<std::size_t>(index0) >= sensors.size()) return 0;
-    const std::string text = DevicePath(*sensors[static_cast<std::size_t>(index0)]);
-    const auto characters = static_cast<int32_t>(text.size());
-    if (characters >= pathChars) return 0;
-    for (int32_t i = 0; i < characters; ++i) path[i] = static_cast<unsigned char>(text[static_cast<std::size_t>(i)]);
-    path[characters] = 0;
-    return characters;
+    return WriteDevicePath(DevicePath(*sensors[static_cast<std::size_t>(index0)]), path, pathChars);
 }
 
 QvDrvHandle QV_USBDRVD_OpenDevHandle(int32_t index0, int32_t /*flags*/, const QvGuid* classGuid) {

@@ -1,7 +1,9 @@
-// Included by a driver library's exports after it declares the twelve
-// QV_USBDRVD_ functions: each must have exactly the type QV_API2 loads it as.
+// What every driver library (the simulated sensors', the libusb one) shares,
+// included by its exports after it declares the twelve QV_USBDRVD_ functions:
+// each must have exactly the type QV_API2 loads it as.
 #pragma once
 
+#include <string>
 #include <type_traits>
 
 #include "device/driver_abi.h"
@@ -18,3 +20,13 @@ static_assert(std::is_same_v<decltype(&QV_USBDRVD_VendorOrClassRequestOut), QvDr
 static_assert(std::is_same_v<decltype(&QV_USBDRVD_VendorOrClassRequestIn), QvDrv_VendorOrClassRequestIn>);
 static_assert(std::is_same_v<decltype(&QV_USBDRVD_PipeReadTimeout), QvDrv_PipeReadTimeout>);
 static_assert(std::is_same_v<decltype(&QV_USBDRVD_PipeWriteTimeout), QvDrv_PipeWriteTimeout>);
+
+// Writes a device path as GetDevicePath returns it: wide characters with a
+// terminator; 0 (nothing usable) when it does not fit in `pathChars`.
+inline int32_t WriteDevicePath(const std::string& text, QvWideChar* path, int32_t pathChars) {
+    const auto characters = static_cast<int32_t>(text.size());
+    if (characters >= pathChars) return 0;
+    for (int32_t i = 0; i < characters; ++i) path[i] = static_cast<unsigned char>(text[static_cast<std::size_t>(i)]);
+    path[characters] = 0;
+    return characters;
+}
