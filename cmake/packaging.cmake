@@ -46,6 +46,24 @@ install(FILES ${QV_EXAMPLE_SOURCES} DESTINATION ${QV_DOC_DIR}/examples)
 
 # The udev rule and its probe are installed by usb/CMakeLists.txt.
 
+# ---------------------------------------------------------------- Python package
+# qvpower (python/), where Debian keeps python3 modules; it finds the library
+# through its own install prefix. Debian's python3 is preferred to build it.
+if(NOT WIN32)
+  find_program(QV_PACKAGE_PYTHON3 python3 PATHS /usr/bin NO_DEFAULT_PATH)
+  find_program(QV_PACKAGE_PYTHON3 python3)
+  set(QV_PYTHON_DIR lib/python3/dist-packages CACHE STRING
+    "Folder of the Python package qvpower, relative to the install prefix")
+  install(CODE "
+    set(QV_PYTHON3 \"${QV_PACKAGE_PYTHON3}\")
+    set(QV_SOURCE_DIR \"${PROJECT_SOURCE_DIR}\")
+    set(QV_WORK_DIR \"${CMAKE_BINARY_DIR}/python-package\")
+    set(QV_PYTHON_DEST \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${QV_PYTHON_DIR}\")
+    include(\"${PROJECT_SOURCE_DIR}/cmake/python-package.cmake\")" COMPONENT python)
+  file(GLOB QV_PYTHON_EXAMPLES CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/examples/python/*.py)
+  install(FILES ${QV_PYTHON_EXAMPLES} DESTINATION ${QV_DOC_DIR}/examples/python COMPONENT python)
+endif()
+
 # ---------------------------------------------------------------- packages
 set(CPACK_PACKAGE_NAME qv-api2)
 set(CPACK_PACKAGE_VENDOR "QV_API2 developers")
@@ -71,13 +89,15 @@ applications drive USB RF power sensors: discovery, calibration, CW, pulse
 and burst power, power-versus-time traces and their analysis. Any number of
 processes share the sensors through one machine-wide table and lock.
 
-Also holds the command-line tool qvpower, the simulated sensors (qvsim and
-its driver library) and the documentation.")
+Also holds the command-line tool qvpower, the Python package qvpower, the
+simulated sensors (qvsim and its driver library) and the documentation.")
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_BINARY_DIR}/sim)
   set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
-  # The maintainer scripts add the group qvpower (adduser).
-  set(CPACK_DEBIAN_PACKAGE_DEPENDS adduser)
+  # The maintainer scripts add the group qvpower (adduser); the Python package
+  # needs python3 and numpy, and matplotlib for its plots only.
+  set(CPACK_DEBIAN_PACKAGE_DEPENDS "adduser, python3, python3-numpy")
+  set(CPACK_DEBIAN_PACKAGE_SUGGESTS python3-matplotlib)
   set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
   set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
     ${PROJECT_SOURCE_DIR}/cmake/deb/postinst

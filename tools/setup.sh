@@ -5,7 +5,7 @@
 set -euo pipefail
 packages=(cmake ninja-build g++ make pkg-config libgtest-dev libgmock-dev libbenchmark-dev
           libcli11-dev nlohmann-json3-dev python3 python3-numpy python3-matplotlib python3-pytest
-          python3-setuptools python3-pip python3-venv libusb-1.0-0-dev libumockdev-dev umockdev
+          python3-setuptools python3-pip python3-wheel python3-venv libusb-1.0-0-dev libumockdev-dev umockdev
           doxygen lintian dpkg-dev clang-14 libclang-rt-14-dev "$@")
 missing=()
 for p in "${packages[@]}"; do

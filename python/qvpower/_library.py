@@ -1,5 +1,6 @@
 """Finding and loading the QV_API2 shared library, and the C records it uses."""
 import ctypes
+import ctypes.util
 import os
 import sys
 from pathlib import Path
@@ -18,9 +19,25 @@ class LibraryNotFoundError(OSError):
     """The shared library was not found; the message names every place tried."""
 
 
+def _own_prefix():
+    """The prefix the package itself is installed under, read from its folder:
+    PREFIX/lib/python3/dist-packages (Debian), PREFIX/lib/pythonX.Y/site-packages,
+    PREFIX/Lib/site-packages (Windows). None when run from elsewhere (a source tree)."""
+    site = _HERE.parent
+    if site.name not in ("dist-packages", "site-packages"):
+        return None
+    up = site.parent
+    if up.name.lower().startswith("python"):
+        up = up.parent
+    return up.parent if up.name.lower() in ("lib", "lib64") else None
+
+
 def _prefix_dirs():
-    """Library folders of the install prefixes: Python's own, then the usual ones."""
-    prefixes = [Path(sys.prefix)]
+    """Library folders of the install prefixes: the package's own, Python's, then the usual ones."""
+    prefixes = []
+    for p in (_own_prefix(), Path(sys.prefix)):
+        if p is not None and p not in prefixes:
+            prefixes.append(p)
     if sys.platform == "win32":
         dirs = [p / sub for p in prefixes for sub in ("bin", "Library/bin", "DLLs")]
         program_files = os.environ.get("ProgramFiles")
@@ -57,15 +74,28 @@ def load():
             tried.append(f"{path} (no such file)")
             continue
         try:
+            # Loaded by full path, a DLL's own folder is searched for what it
+            # needs (Python's default winmode), so no os.add_dll_directory.
             return ctypes.CDLL(str(path)), path
         except OSError as e:
             tried.append(f"{path} ({e})")
-    # Last, the system's own search (ld.so.conf, LD_LIBRARY_PATH, PATH on Windows).
+    # Last, the system's own search: ld.so.conf and LD_LIBRARY_PATH; on Windows
+    # the folders given to os.add_dll_directory. Python 3.8+ no longer looks in
+    # PATH for a bare DLL name, so find_library walks PATH for it instead.
     for name in _NAMES:
         try:
             return ctypes.CDLL(name), Path(name)
         except OSError:
             tried.append(f"{name} (system search)")
+    if sys.platform == "win32":
+        found = ctypes.util.find_library("QV_API2")
+        if found:
+            try:
+                return ctypes.CDLL(found), Path(found)
+            except OSError as e:
+                tried.append(f"{found} (PATH, {e})")
+        else:
+            tried.append("QV_API2.dll (PATH)")
     raise LibraryNotFoundError(
         "the QV_API2 library was not found; set QV_API2_LIBRARY to its file. Tried:\n  "
         + "\n  ".join(tried))
