@@ -52,13 +52,13 @@ install(FILES ${QV_EXAMPLE_SOURCES} DESTINATION ${QV_DOC_DIR}/examples)
 if(NOT WIN32)
   find_program(QV_PACKAGE_PYTHON3 python3 PATHS /usr/bin NO_DEFAULT_PATH)
   find_program(QV_PACKAGE_PYTHON3 python3)
-  set(QV_PYTHON_DIR lib/python3/dist-packages CACHE STRING
-    "Folder of the Python package qvpower, relative to the install prefix")
+  set(QV_PYTHON_DIR "" CACHE STRING
+    "Folder of the Python package qvpower, relative to the install prefix (empty: chosen at install)")
   install(CODE "
     set(QV_PYTHON3 \"${QV_PACKAGE_PYTHON3}\")
     set(QV_SOURCE_DIR \"${PROJECT_SOURCE_DIR}\")
     set(QV_WORK_DIR \"${CMAKE_BINARY_DIR}/python-package\")
-    set(QV_PYTHON_DEST \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${QV_PYTHON_DIR}\")
+    set(QV_PYTHON_DIR \"${QV_PYTHON_DIR}\")
     include(\"${PROJECT_SOURCE_DIR}/cmake/python-package.cmake\")" COMPONENT python)
   file(GLOB QV_PYTHON_EXAMPLES CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/examples/python/*.py)
   install(FILES ${QV_PYTHON_EXAMPLES} DESTINATION ${QV_DOC_DIR}/examples/python COMPONENT python)

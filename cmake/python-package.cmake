@@ -7,10 +7,23 @@
 #   QV_PYTHON3     interpreter with pip, setuptools and wheel
 #   QV_SOURCE_DIR  the source tree (python/ and tools/result_codes.json)
 #   QV_WORK_DIR    scratch folder in the build tree
-#   QV_PYTHON_DEST destination, DESTDIR included
+#   QV_PYTHON_DIR  destination relative to the prefix; empty: where python3
+#                  looks, lib/python3/dist-packages under /usr (Debian's python3
+#                  modules), lib/python3.X/dist-packages elsewhere (Debian's
+#                  python3 searches that one under /usr/local)
 if(NOT QV_PYTHON3)
   message(FATAL_ERROR "no python3 to build the Python package qvpower with (tools/setup.sh installs one)")
 endif()
+if(NOT QV_PYTHON_DIR)
+  if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+    set(QV_PYTHON_DIR lib/python3/dist-packages)
+  else()
+    execute_process(COMMAND "${QV_PYTHON3}" -c "import sys; print('%d.%d' % sys.version_info[:2])"
+      OUTPUT_VARIABLE version OUTPUT_STRIP_TRAILING_WHITESPACE)
+    set(QV_PYTHON_DIR lib/python${version}/dist-packages)
+  endif()
+endif()
+set(QV_PYTHON_DEST "$ENV{DESTDIR}${CMAKE_INSTALL_PREFIX}/${QV_PYTHON_DIR}")
 
 # pip builds in the folder it is given: a copy keeps build/ and *.egg-info out
 # of the source tree. setup.py takes the code table from ../tools.

@@ -73,9 +73,12 @@ def load():
         if not path.is_file():
             tried.append(f"{path} (no such file)")
             continue
+        # Loaded by absolute path: a bare relative name would be searched for
+        # rather than taken from the working folder, and on Windows an absolute
+        # path makes the DLL's own folder searched for the DLLs it needs, so
+        # no os.add_dll_directory is called for.
+        path = Path(os.path.abspath(path))
         try:
-            # Loaded by full path, a DLL's own folder is searched for what it
-            # needs (Python's default winmode), so no os.add_dll_directory.
             return ctypes.CDLL(str(path)), path
         except OSError as e:
             tried.append(f"{path} ({e})")

@@ -229,17 +229,20 @@ def test_a_missing_library_names_the_places_tried(tmp_path):
     assert "LibraryNotFoundError" in p.stderr and str(tmp_path / "nothing.so") in p.stderr
 
 
-@pytest.mark.parametrize("site", ["lib/python3/dist-packages", "lib/python3.11/site-packages"])
-def test_an_installed_package_finds_the_library_of_its_own_prefix(tmp_path, site):
+@pytest.mark.parametrize("site, named", [
+    ("lib/python3/dist-packages", None), ("lib/python3.11/site-packages", None),
+    ("elsewhere", "libqv_api2.so.1")])   # a bare name, taken from the working folder
+def test_an_installed_package_finds_the_library_of_its_prefix_or_the_one_named(tmp_path, site, named):
     import shutil
     shutil.copytree(ROOT / "python" / "qvpower", tmp_path / site / "qvpower",
                     ignore=shutil.ignore_patterns("__pycache__", "*.so*"))
     library = tmp_path / "lib" / "libqv_api2.so.1"
+    library.parent.mkdir(exist_ok=True)
     shutil.copyfile(os.environ["QV_API2_LIBRARY"], library)
     env = {k: v for k, v in os.environ.items() if k not in ("QV_API2_LIBRARY", "LD_LIBRARY_PATH")}
-    env["PYTHONPATH"] = str(tmp_path / site)
+    env.update(PYTHONPATH=str(tmp_path / site), **({"QV_API2_LIBRARY": named} if named else {}))
     p = subprocess.run([sys.executable, "-c", "import qvpower; print(qvpower.library_path())"],
-                       env=env, capture_output=True, text=True, cwd=tmp_path)
+                       env=env, capture_output=True, text=True, cwd=library.parent)
     assert p.returncode == 0, p.stderr
     assert p.stdout.strip() == str(library)
 
