@@ -49,11 +49,20 @@ install(FILES ${QV_EXAMPLE_SOURCES} DESTINATION ${QV_DOC_DIR}/examples)
 # ---------------------------------------------------------------- Python package
 # qvpower (python/), where Debian keeps python3 modules; it finds the library
 # through its own install prefix. Debian's python3 is preferred to build it.
-if(NOT WIN32)
-  find_program(QV_PACKAGE_PYTHON3 python3 PATHS /usr/bin NO_DEFAULT_PATH)
-  find_program(QV_PACKAGE_PYTHON3 python3)
-  set(QV_PYTHON_DIR "" CACHE STRING
-    "Folder of the Python package qvpower, relative to the install prefix (empty: chosen at install)")
+# On Windows the tree is a Python prefix's, Lib/site-packages beside bin/, so
+# the package finds bin/QV_API2.dll the same way.
+find_program(QV_PACKAGE_PYTHON3 python3 PATHS /usr/bin NO_DEFAULT_PATH)
+find_program(QV_PACKAGE_PYTHON3 NAMES python3 python)
+if(WIN32)
+  set(QV_PYTHON_DIR_DEFAULT Lib/site-packages)
+else()
+  set(QV_PYTHON_DIR_DEFAULT "")
+endif()
+set(QV_PYTHON_DIR "${QV_PYTHON_DIR_DEFAULT}" CACHE STRING
+  "Folder of the Python package qvpower, relative to the install prefix (empty: chosen at install)")
+# The .deb must carry it (a missing python3 fails the install, naming what to
+# get); the Windows zip carries it when a Python is there to build it.
+if(QV_PACKAGE_PYTHON3 OR NOT WIN32)
   install(CODE "
     set(QV_PYTHON3 \"${QV_PACKAGE_PYTHON3}\")
     set(QV_SOURCE_DIR \"${PROJECT_SOURCE_DIR}\")
