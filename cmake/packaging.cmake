@@ -110,6 +110,7 @@ simulated sensors (qvsim and its driver library) and the documentation.")
   set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
   set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
     ${PROJECT_SOURCE_DIR}/cmake/deb/postinst
+    ${PROJECT_SOURCE_DIR}/cmake/deb/prerm
     ${PROJECT_SOURCE_DIR}/cmake/deb/postrm
     ${PROJECT_SOURCE_DIR}/cmake/deb/triggers)
 
