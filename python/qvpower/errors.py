@@ -67,9 +67,9 @@ def _table_places(library_path=None):
     if library_path is not None and Path(library_path).is_absolute():
         for prefix in list(Path(library_path).resolve().parents)[:3]:
             places.append(prefix / "share" / "qv_api2" / _TABLE_NAME)
-    places += [Path(p) / "qv_api2" / _TABLE_NAME
-               for p in os.environ.get("XDG_DATA_DIRS", "/usr/local/share:/usr/share").split(os.pathsep)
-               if p]
+    # Windows has no shared data folders of this kind.
+    data_dirs = os.environ.get("XDG_DATA_DIRS", "" if os.name == "nt" else "/usr/local/share:/usr/share")
+    places += [Path(p) / "qv_api2" / _TABLE_NAME for p in data_dirs.split(os.pathsep) if p]
     places.append(here.parent.parent / "tools" / _TABLE_NAME)
     return places
 
