@@ -21,22 +21,26 @@
 //   in_wait_us     of which inside libusb's poll and timerfd_settime
 //   handler_us     umockdev's handler thread (GLib main context, the
 //                  emulation's handler, the simulated sensor)
-//   sensor_us      of which inside the simulated sensor (the simulator's
-//                  driver functions): what the "sim" path spends too
 //   others_us      every other thread (libusb's hotplug thread, GLib's)
-//   emulation_us   in_ioctl_us + handler_us - sensor_us: what the ioctls
-//                  themselves cost here, where hardware has a kernel driver
-//   probe_us       what the wrappers' own clock reads cost (two per call)
-//   net_us         the process's CPU time less emulation_us and probe_us, to
-//                  set beside the "sim" path's CPU time
-// and the calls per iteration: submit, reap, empty_reap (EAGAIN), discard,
-// other_ioctl, poll, timerfd.
+//   sensor_us      inside the simulated sensor: on the handler thread ("usb"),
+//                  or in the simulator's driver library on the caller ("sim",
+//                  which loads a copy of it that counts)
+//   emulation_us   in_ioctl_us + handler_us - the handler's sensor_us: what
+//                  the ioctls cost here, where hardware has a kernel driver
+//   probe_us       what the counting's own clock reads cost (two per call)
+//   net_us         the process's CPU time less emulation_us and probe_us:
+//                  the figure to set beside the other path's
+//   beside_sensor_us  net_us less sensor_us: QV_API2 and the driver library
+//                  (with libusb), without the sensor they ask
+// and the calls per iteration: sensor_calls (into the simulated sensor),
+// submit, reap, empty_reap (EAGAIN), discard, other_ioctl, poll, timerfd.
 //
 // Run under umockdev's preload library, in a namespace of its own, and keep
 // the medians of a few repetitions (other processes share the cores):
 //   qv_test_env /usr/bin/umockdev-wrapper bench/bench_usb
 //       --benchmark_repetitions=5 --benchmark_report_aggregates_only=true
 #include <benchmark/benchmark.h>
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <linux/usbdevice_fs.h>
 #include <sys/ioctl.h>
@@ -111,10 +115,26 @@ bool Use(benchmark::State& state, bool usb) {
     return true;
 }
 
+// The CPU time spent in the simulator's driver library on the "sim" path so
+// far, and the number of its calls (the timed copy the path loads counts them).
+struct SimDriverUse {
+    std::uint64_t ns = 0, calls = 0;
+};
+SimDriverUse SimDriverSoFar() {
+    using Counter = std::uint64_t (*)();
+    static void* const library = dlopen(QV_SIM_DRIVER_PATH, RTLD_NOW | RTLD_LOCAL);
+    static const auto ns = library ? reinterpret_cast<Counter>(dlsym(library, "qvbench_driver_ns")) : nullptr;
+    static const auto calls = library ? reinterpret_cast<Counter>(dlsym(library, "qvbench_driver_calls")) : nullptr;
+    return ns && calls ? SimDriverUse{ns(), calls()} : SimDriverUse{};
+}
+
 // CPU time by thread and the calls of the calling thread, at one moment.
 struct Split {
     long caller = 0, handler = 0;
-    std::uint64_t callerNs = 0, handlerNs = 0, othersNs = 0, sensorNs = 0;
+    std::uint64_t callerNs = 0, handlerNs = 0, othersNs = 0;
+    // In the simulated sensor: on the handler thread ("usb"), and on the
+    // caller through the simulator's driver library ("sim"), with its calls.
+    std::uint64_t handlerSensorNs = 0, handlerSensorCalls = 0, driverNs = 0, driverCalls = 0;
     usbprobe::Tally calls;
 
     // `handler`: the handler thread to tell apart, -1 for the one known now.
@@ -123,7 +143,11 @@ struct Split {
         s.caller = usbprobe::CurrentThread();
         const qvusb::EmulatedBus::Counts counts = g_bus ? g_bus->counts() : qvusb::EmulatedBus::Counts{};
         s.handler = handler >= 0 ? handler : counts.handlerThread;
-        s.sensorNs = counts.sensorNs;
+        const SimDriverUse sim = SimDriverSoFar();
+        s.handlerSensorNs = counts.sensorNs;
+        s.handlerSensorCalls = counts.sensorCalls;
+        s.driverNs = sim.ns;
+        s.driverCalls = sim.calls;
         s.callerNs = usbprobe::ThreadCpuNs(s.caller);
         s.handlerNs = s.handler != 0 ? usbprobe::ThreadCpuNs(s.handler) : 0;
         s.othersNs = usbprobe::OtherThreadsCpuNs(s.caller, s.handler);
@@ -156,11 +180,13 @@ void Report(benchmark::State& state, const Split& before) {
     for (int k = 0; k < usbprobe::kKinds; ++k) calls += static_cast<double>(a.calls[k] - b.calls[k]) / n;
     const double inIoctl = us(a.IoctlNs(), b.IoctlNs()) - ioctls * read;
     const double handler = us(after.handlerNs, before.handlerNs);
-    const double sensor = us(after.sensorNs, before.sensorNs);
+    const double handlerSensor = us(after.handlerSensorNs, before.handlerSensorNs);
+    const double sensor = handlerSensor + us(after.driverNs, before.driverNs);
     const double caller = us(after.callerNs, before.callerNs);
     const double others = us(after.othersNs, before.othersNs);
-    const double emulation = inIoctl + handler - sensor;
-    const double probe = calls * 2 * read;
+    const double emulation = inIoctl + handler - handlerSensor;
+    const double driverCalls = static_cast<double>(after.driverCalls - before.driverCalls) / n;
+    const double probe = (calls + driverCalls) * 2 * read;
     state.counters["caller_us"] = caller;
     state.counters["in_ioctl_us"] = inIoctl;
     state.counters["in_wait_us"] = us(a.ns[usbprobe::kPoll] + a.ns[usbprobe::kTimerfd], b.ns[usbprobe::kPoll] + b.ns[usbprobe::kTimerfd]);
@@ -170,6 +196,8 @@ void Report(benchmark::State& state, const Split& before) {
     state.counters["emulation_us"] = emulation;
     state.counters["probe_us"] = probe;
     state.counters["net_us"] = caller + handler + others - emulation - probe;
+    state.counters["sensor_calls"] = driverCalls + static_cast<double>(after.handlerSensorCalls - before.handlerSensorCalls) / n;
+    state.counters["beside_sensor_us"] = caller + handler + others - emulation - probe - sensor;
     static const char* const kNames[usbprobe::kKinds] = {"submit", "reap", "empty_reap", "discard", "other_ioctl",
                                                          "poll", "timerfd"};
     for (int k = 0; k < usbprobe::kKinds; ++k)

@@ -193,6 +193,7 @@ public:
         const std::uint64_t spent = ThreadCpuNs() - start_;
         std::lock_guard<std::mutex> lock(bus_.countGuard);
         bus_.counts.sensorNs += spent;
+        ++bus_.counts.sensorCalls;
     }
     SensorTime(const SensorTime&) = delete;
     SensorTime& operator=(const SensorTime&) = delete;
