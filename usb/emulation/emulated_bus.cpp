@@ -403,7 +403,9 @@ gboolean HandleIoctl(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer u
                 d.finished.push_back(u);
             } else {
                 d.bus->Count(&EmulatedBus::Counts::bulkUrbs);
-                (TryBulk(d, u, 0) ? d.finished : d.waiting).push_back(u);
+                // Behind URBs still waiting it must wait its turn, or it would
+                // take bytes that belong to them.
+                (d.waiting.empty() && TryBulk(d, u, 0) ? d.finished : d.waiting).push_back(u);
             }
             umockdev_ioctl_client_complete(client, 0, 0);
             return TRUE;
