@@ -103,7 +103,7 @@ bool Use(benchmark::State& state, bool usb) {
     static int loaded = -1;
     if (loaded != static_cast<int>(usb)) {
         QV_UninitializeSensor_SN(kSerial);
-        setenv("QV_USBDRVD", usb ? QV_USB_DRIVER_PATH : QV_SIM_DRIVER_PATH, 1);
+        setenv("QV_USBDRVD", usb ? QV_USB_DRIVER_PATH : QV_TIMED_SIM_DRIVER_PATH, 1);
         qv::UnloadDriver();
         loaded = static_cast<int>(usb);
     }
@@ -122,7 +122,7 @@ struct SimDriverUse {
 };
 SimDriverUse SimDriverSoFar() {
     using Counter = std::uint64_t (*)();
-    static void* const library = dlopen(QV_SIM_DRIVER_PATH, RTLD_NOW | RTLD_LOCAL);
+    static void* const library = dlopen(QV_TIMED_SIM_DRIVER_PATH, RTLD_NOW | RTLD_LOCAL);
     static const auto ns = library ? reinterpret_cast<Counter>(dlsym(library, "qvbench_driver_ns")) : nullptr;
     static const auto calls = library ? reinterpret_cast<Counter>(dlsym(library, "qvbench_driver_calls")) : nullptr;
     return ns && calls ? SimDriverUse{ns(), calls()} : SimDriverUse{};
@@ -272,15 +272,15 @@ void BM_CwReadingIoctls(benchmark::State& state) {
     if (failures > 0) state.SkipWithError("a read failed");
 }
 
-// What one usbdevfs request costs the emulation alone (a round trip to its
-// handler that asks nothing of the sensor): times ioctls_per_iteration, the
-// share of the usb figures that real hardware does not have.
+// What the barest usbdevfs request costs the emulation (a round trip to its
+// handler that asks nothing of the sensor). Requests that carry pointers cost
+// more, one message each way per pointer: BM_CwReadingIoctls measures a real mix.
 void BM_EmulatedIoctl(benchmark::State& state) {
     if (!Bed()) {
         state.SkipWithError("not under umockdev-wrapper");
         return;
     }
-    const int fd = open("/dev/bus/usb/001/002", O_RDWR);
+    const int fd = open(kNode, O_RDWR);
     if (fd < 0) {
         state.SkipWithError("the emulated device node cannot be opened");
         return;
