@@ -20,9 +20,12 @@ namespace {
 // Long enough for any vendor request of the sensor; a sensor that does not
 // answer within it is treated as gone.
 constexpr unsigned kControlTimeoutMs = 1000;
-// Bulk reads go out in pieces of the size usbfs takes in one URB on every
-// kernel, so that a large read never depends on the kernel's memory limit.
-constexpr std::uint32_t kBulkPiece = 16384;
+// Bulk transfers go out in pieces of at most 1 MiB. libusb splits a piece into
+// the URBs the kernel takes (16 KiB each unless usbfs can scatter-gather) and
+// keeps them in flight together; smaller pieces would cost a whole libusb
+// transfer (submission, timer, event loop) per 16 KiB, and a cap keeps one
+// read well within usbfs's machine-wide memory limit (16 MiB by default).
+constexpr std::uint32_t kBulkPiece = 1u << 20;
 
 bool IsSensorClass(const QvGuid* guid) {
     static const QvGuid kSensorClass = {

@@ -2,13 +2,18 @@
 
 #include <linux/usbdevice_fs.h>
 #include <sys/ioctl.h>
+#include <sys/syscall.h>
 #include <umockdev.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <deque>
 #include <mutex>
 #include <vector>
@@ -25,9 +30,15 @@ using Bytes = std::vector<std::uint8_t>;
 constexpr QvGuid kSensorClass = {0x8BC86AFDu, 0xF393u, 0x458Du, {0x9A, 0x8D, 0xAD, 0x9E, 0xEE, 0x17, 0x88, 0x22}};
 // Vendor code of the Microsoft OS descriptors: a request the sensor itself does not use.
 constexpr std::uint8_t kMsVendorCode = 0x20;
-// How long one reap of a pending bulk read lets the simulated sensor take to
-// bring something before the reap answers "not yet" (EAGAIN).
-constexpr std::uint32_t kReapPollMs = 1;
+// How long a reap that finds nothing finished waits for the oldest pending
+// bulk URB before it answers "not yet" (EAGAIN). umockdev's device node is
+// always ready for poll, so libusb reaps again at once where the kernel would
+// let it sleep until a URB completes: without the wait, a read the sensor has
+// no data for yet becomes a busy loop of round trips. libusb's time-outs and
+// other devices' requests are delayed by at most this much.
+constexpr std::uint32_t kReapWaitMs = 5;
+// While the sensor brings nothing, it is asked again after this pause.
+constexpr std::uint32_t kReapRetryUs = 500;
 constexpr std::uint32_t kMaxPacket = 512;
 
 void Put16(Bytes& b, std::size_t v) { b.insert(b.end(), {std::uint8_t(v), std::uint8_t(v >> 8)}); }
@@ -161,10 +172,36 @@ struct EmulatedBus::Impl {
     void Count(std::uint64_t Counts::*field) {
         std::lock_guard<std::mutex> lock(countGuard);
         ++(counts.*field);
+        if (counts.handlerThread == 0) counts.handlerThread = static_cast<long>(syscall(SYS_gettid));
     }
 };
 
 namespace {
+
+std::uint64_t ThreadCpuNs() {
+    timespec t{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
+    return static_cast<std::uint64_t>(t.tv_sec) * 1000000000u + static_cast<std::uint64_t>(t.tv_nsec);
+}
+
+// Adds the handler thread's CPU time spent in the simulated sensor's own code
+// while it lives: what the sensor would cost behind the simulator's driver too.
+class SensorTime {
+public:
+    explicit SensorTime(EmulatedBus::Impl& bus) : bus_(bus), start_(ThreadCpuNs()) {}
+    ~SensorTime() {
+        const std::uint64_t spent = ThreadCpuNs() - start_;
+        std::lock_guard<std::mutex> lock(bus_.countGuard);
+        bus_.counts.sensorNs += spent;
+        ++bus_.counts.sensorCalls;
+    }
+    SensorTime(const SensorTime&) = delete;
+    SensorTime& operator=(const SensorTime&) = delete;
+
+private:
+    EmulatedBus::Impl& bus_;
+    std::uint64_t start_;
+};
 
 bool Unplugged(const EmulatedDevice& d) {
     qvsim_sensor_info info{};
@@ -210,6 +247,7 @@ int StandardDescriptor(EmulatedDevice& d, std::uint16_t value, std::uint8_t* dat
     if (index == 0xEE) return d.config.announce == EmulatedBus::Announce::MsOs10 ? Reply(data, asked, MsOs10Signature()) : -1;
     if (index == 1) return Reply(data, asked, StringDescriptor("QV simulated sensors"));
     char text[128] = {};
+    SensorTime sensor(*d.bus);
     if (QV_USBDRVD_GetStringDescriptorA(d.simWinUsb, QV_DRV_STRING_DESCRIPTOR_ARG, index, sizeof text, text) < 0)
         return -1;
     return Reply(data, asked, StringDescriptor(text));
@@ -237,6 +275,7 @@ void Control(EmulatedDevice& d, usbdevfs_urb* urb, std::uint8_t* buffer) {
     } else if (vendor && (type & 0x1F) == 0) {
         // The sensor's own requests: the simulated sensor answers them (a
         // fault it throws is a stall, as the request failed on the wire).
+        SensorTime sensor(*d.bus);
         try {
             result = (type & 0x80) ? QV_USBDRVD_VendorOrClassRequestIn(d.simWinUsb, 0xC0, 0, request, value, index, data, length)
                                    : QV_USBDRVD_VendorOrClassRequestOut(d.simWinUsb, 0x40, 0, request, value, index, data, length);
@@ -259,6 +298,7 @@ bool TryBulk(EmulatedDevice& d, EmulatedDevice::Submitted& u, std::uint32_t wait
     std::uint32_t moved = 0;
     std::int32_t result = -1;
     try {
+        SensorTime sensor(*d.bus);
         result = (urb->endpoint & 0x80)
                      ? QV_USBDRVD_PipeReadTimeout(d.simWinUsb, urb->endpoint, u.buffer->data + u.done, length - u.done,
                                                   &moved, waitMs)
@@ -275,6 +315,21 @@ bool TryBulk(EmulatedDevice& d, EmulatedDevice::Submitted& u, std::uint32_t wait
     if (u.done < length && !ended) return false;
     Finish(urb, 0, static_cast<int>(u.done));
     return true;
+}
+
+// Gives the oldest waiting URB up to kReapWaitMs to finish: true when it did.
+// The simulated sensor's clock moves on meanwhile as a real sensor's would.
+bool AwaitOldest(EmulatedDevice& d) {
+    using Clock = std::chrono::steady_clock;
+    const auto deadline = Clock::now() + std::chrono::milliseconds(kReapWaitMs);
+    EmulatedDevice::Submitted& u = d.waiting.front();
+    for (;;) {
+        const std::uint32_t before = u.done;
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+        if (TryBulk(d, u, static_cast<std::uint32_t>(std::max<long long>(left, 1)))) return true;
+        if (Clock::now() >= deadline) return false;
+        if (u.done == before) g_usleep(kReapRetryUs);
+    }
 }
 
 void Release(const EmulatedDevice::Submitted& u) {
@@ -348,7 +403,9 @@ gboolean HandleIoctl(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer u
                 d.finished.push_back(u);
             } else {
                 d.bus->Count(&EmulatedBus::Counts::bulkUrbs);
-                (TryBulk(d, u, 0) ? d.finished : d.waiting).push_back(u);
+                // Behind URBs still waiting it must wait its turn, or it would
+                // take bytes that belong to them.
+                (d.waiting.empty() && TryBulk(d, u, 0) ? d.finished : d.waiting).push_back(u);
             }
             umockdev_ioctl_client_complete(client, 0, 0);
             return TRUE;
@@ -370,9 +427,7 @@ gboolean HandleIoctl(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer u
         }
         case USBDEVFS_REAPURB:
         case USBDEVFS_REAPURBNDELAY: {
-            // The oldest waiting read is given a moment to finish; the simulated
-            // sensor's clock moves on by it as a real sensor's would.
-            if (d.finished.empty() && !d.waiting.empty() && TryBulk(d, d.waiting.front(), kReapPollMs)) {
+            if (d.finished.empty() && !d.waiting.empty() && AwaitOldest(d)) {
                 d.finished.push_back(d.waiting.front());
                 d.waiting.pop_front();
             }

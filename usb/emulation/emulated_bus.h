@@ -29,6 +29,10 @@ public:
     // What the emulated devices were asked, for tests and benchmarks.
     struct Counts {
         std::uint64_t ioctls = 0, controlUrbs = 0, bulkUrbs = 0, emptyReaps = 0, discards = 0;
+        // CPU time the handler thread spent inside the simulated sensor, and
+        // that thread's id: the rest of its time is the emulation's own cost.
+        std::uint64_t sensorNs = 0, sensorCalls = 0;
+        long handlerThread = 0;
     };
 
     EmulatedBus();
