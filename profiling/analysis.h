@@ -106,6 +106,8 @@ bool GatePulsePower(const double* p, int n, const GateScale& s, double* dbm,
                     const GateFigures* figures = nullptr);
 bool GatePRT(const double* p, int n, const GateScale& s, double* usec,
              const GateFigures* figures = nullptr);
+bool GateDutyCycle(const double* p, int n, const GateScale& s, double* ratio,
+                   const GateFigures* figures = nullptr);
 
 std::int32_t GetGateAveragePower(std::int32_t address, std::int32_t gate, double* dbm);
 std::int32_t GetGatePeakPower(std::int32_t address, std::int32_t gate, double* dbm);

@@ -163,19 +163,62 @@ struct HighGroup {
     int count;
 };
 
-HighGroup AboveMean(const double* p, int n, double mean) {
+// Points near the mean (lo < p <= hi), noted on the pass that sums the high
+// group: the repetition time's second search splits the rest of the gate at a
+// mean of its own, and only points between the two means change group. Past
+// the capacity the notes stop (count -1) and that search sums the rest afresh.
+constexpr int kNearCapacity = 512;
+struct NearMean {
+    double lo, hi;
+    int count;
+    int at[kNearCapacity];
+};
+
+bool Note(const double* p, int from, int to, NearMean* near) {
+    for (int i = from; i < to; ++i) {
+        if (!(p[i] > near->lo && p[i] <= near->hi)) continue;
+        if (near->count == kNearCapacity) {
+            near->count = -1;
+            return false;
+        }
+        near->at[near->count++] = i;
+    }
+    return true;
+}
+
+HighGroup AboveMean(const double* p, int n, double mean, NearMean* near = nullptr) {
     const Pair level = Both(mean), zero = {0.0, 0.0};
     Pair h01 = zero, h23 = zero;
     PairMask c01 = {0, 0}, c23 = c01;
-    int i = 0;
-    for (; i + 4 <= n; i += 4) {
-        const Pair a = LoadPair(p + i), b = LoadPair(p + i + 2);
+    const auto add = [&](Pair a, Pair b) {
         const PairMask above01 = a > level, above23 = b > level;
         h01 += above01 ? a : zero;
         h23 += above23 ? b : zero;
         c01 -= above01;
         c23 -= above23;
+    };
+    int i = 0;
+    if (near) {
+        // Near points are rare on pulse trains (a sample or two per edge), so
+        // the test on each sixteen points is a branch not taken.
+        near->count = 0;
+        const Pair lo = Both(near->lo), hi = Both(near->hi);
+        for (; i + 16 <= n; i += 16) {
+            PairMask close = {0, 0};
+            for (int j = i; j < i + 16; j += 4) {
+                const Pair a = LoadPair(p + j), b = LoadPair(p + j + 2);
+                add(a, b);
+                close += (a > hi) - (a > lo);  // as lo < a <= hi, without a slow mask and
+                close += (b > hi) - (b > lo);
+            }
+            if ((close[0] | close[1]) != 0 && !Note(p, i, i + 16, near)) {
+                i += 16;
+                break;
+            }
+        }
+        if (near->count >= 0) Note(p, i, n, near);
     }
+    for (; i + 4 <= n; i += 4) add(LoadPair(p + i), LoadPair(p + i + 2));
     double h[4] = {h01[0], h01[1], h23[0], h23[1]};
     long long count = c01[0] + c01[1] + c23[0] + c23[1];
     for (; i < n; ++i) {  // the last points keep their lanes
@@ -183,6 +226,108 @@ HighGroup AboveMean(const double* p, int n, double mean) {
         count += p[i] > mean;
     }
     return {(h[0] + h[1]) + (h[2] + h[3]), static_cast<int>(count)};
+}
+
+// The finder's level for n points of the given sum and high group; the
+// largest point is asked for only when the level is taken from it.
+template <class Max>
+bool PulseLevel(int n, double sum, const HighGroup& high, double criteriaDb, Max max,
+                double* level) {
+    const double mean = sum / n;
+    const double lowSum = sum - high.sum;
+    const int lowCount = n - high.count;
+    if (lowCount == 0 || high.count == 0) return false;
+    const double highMean = high.sum / high.count, lowMean = lowSum / lowCount;
+    // A shallow pulse (its top less than the criteria above the mean) is cut
+    // at the criteria below its maximum; a deep one half-way between the groups.
+    *level = AnalysisDbm(highMean) - AnalysisDbm(mean) < criteriaDb
+                 ? AnalysisWatts(AnalysisDbm(max()) - criteriaDb)
+                 : (lowMean + highMean) / 2.0;
+    return true;
+}
+
+bool PulseAtLevel(const double* p, int n, double level, FirstPulse* pulse) {
+    int i = 0;
+    while (i < n && p[i] >= level) ++i;
+    while (i < n && !(p[i] > level)) ++i;
+    if (i >= n) return false;
+    const int rise = i;
+    for (++i; i < n && !(p[i] < level); ++i) {}
+    if (i >= n) return false;
+    pulse->rise = rise;
+    pulse->fall = i;
+    return true;
+}
+
+// What the finder learnt about the whole gate, kept for a second search.
+struct PulseSearch {
+    GateFigures figures;
+    HighGroup high;
+    FirstPulse pulse;
+};
+
+bool SearchFirstPulse(const double* p, int n, double criteriaDb, const GateFigures* figures,
+                      NearMean* near, PulseSearch* s) {
+    if (n < 6) return false;
+    s->figures = figures ? *figures : MaxAndSum(p, n);
+    const double mean = s->figures.sum / n;
+    if (near) {
+        near->lo = mean / 2.0;
+        near->hi = mean * 2.0;
+    }
+    s->high = AboveMean(p, n, mean, near);
+    double level;
+    return PulseLevel(n, s->figures.sum, s->high, criteriaDb, [&] { return s->figures.max; },
+                      &level) &&
+           PulseAtLevel(p, n, level, &s->pulse);
+}
+
+// The first pulse of the points from the first pulse's falling index f on
+// (indices from f), found from what the search over the whole gate learnt instead of two more
+// passes: the rest's sum and high group are the whole gate's less its first f
+// points, with the noted near points that the rest's own mean puts in the
+// other group moved across; its largest point is the gate's unless that lies
+// before f. Subtracting rounds differently from summing the rest afresh, in
+// the last bits only; the groups are the same as the rest's own mean gives.
+// Where the notes cannot vouch for the groups (the rest's mean outside the
+// noted range, too many notes) or the first f points hold most of the sums,
+// the rest is searched afresh.
+bool SearchRest(const double* p, int n, double criteriaDb, const PulseSearch& all,
+                const NearMean* near, FirstPulse* pulse) {
+    const int f = all.pulse.fall, m = n - f;
+    const double* rest = p + f;
+    const auto afresh = [&] {
+        PulseSearch s;
+        if (!SearchFirstPulse(rest, m, criteriaDb, nullptr, nullptr, &s)) return false;
+        *pulse = s.pulse;
+        return true;
+    };
+    if (!near || near->count < 0 || f > n / 2 || m < 6) return afresh();
+    const double mean = all.figures.sum / n;
+    double headSum = 0.0, headHigh = 0.0, headMax = -std::numeric_limits<double>::infinity();
+    int headCount = 0;
+    for (int i = 0; i < f; ++i) {
+        headSum += p[i];
+        headHigh += p[i] > mean ? p[i] : 0.0;
+        headCount += p[i] > mean;
+        headMax = p[i] > headMax ? p[i] : headMax;
+    }
+    const double sum = all.figures.sum - headSum, restMean = sum / m;
+    if (!(near->lo <= std::min(mean, restMean) && std::max(mean, restMean) <= near->hi) ||
+        !(std::fabs(headSum) <= 16.0 * std::fabs(sum)))
+        return afresh();
+    HighGroup high {all.high.sum - headHigh, all.high.count - headCount};
+    for (int k = 0; k < near->count; ++k) {
+        const int i = near->at[k];
+        const double v = p[i];
+        if (i < f || (v > mean) == (v > restMean)) continue;
+        high.sum += v > restMean ? v : -v;
+        high.count += v > restMean ? 1 : -1;
+    }
+    if (high.count > 0 && !(std::fabs(headHigh) <= 16.0 * std::fabs(high.sum))) return afresh();
+    const auto max = [&] { return headMax < all.figures.max ? all.figures.max : MaxAndSum(rest, m).max; };
+    double level;
+    return PulseLevel(m, sum, high, criteriaDb, max, &level) && PulseAtLevel(rest, m, level, pulse);
 }
 
 }  // namespace
@@ -193,31 +338,9 @@ GateFigures RaiseToFloor(const double* p, int n, double floor, double* out) {
 
 bool FindFirstPulse(const double* p, int n, double criteriaDb, FirstPulse* pulse,
                     const GateFigures* figures) {
-    if (n < 6) return false;
-    const GateFigures f = figures ? *figures : MaxAndSum(p, n);
-    const double max = f.max, sum = f.sum;
-    const double mean = sum / n;
-    const HighGroup high = AboveMean(p, n, mean);
-    const double highSum = high.sum;
-    const int highCount = high.count;
-    const double lowSum = sum - highSum;
-    const int lowCount = n - highCount;
-    if (lowCount == 0 || highCount == 0) return false;
-    const double highMean = highSum / highCount, lowMean = lowSum / lowCount;
-    // A shallow pulse (its top less than the criteria above the mean) is cut
-    // at the criteria below its maximum; a deep one half-way between the groups.
-    const double level = AnalysisDbm(highMean) - AnalysisDbm(mean) < criteriaDb
-                             ? AnalysisWatts(AnalysisDbm(max) - criteriaDb)
-                             : (lowMean + highMean) / 2.0;
-    int i = 0;
-    while (i < n && p[i] >= level) ++i;
-    while (i < n && !(p[i] > level)) ++i;
-    if (i >= n) return false;
-    const int rise = i;
-    for (++i; i < n && !(p[i] < level); ++i) {}
-    if (i >= n) return false;
-    pulse->rise = rise;
-    pulse->fall = i;
+    PulseSearch s;
+    if (!SearchFirstPulse(p, n, criteriaDb, figures, nullptr, &s)) return false;
+    *pulse = s.pulse;
     return true;
 }
 
@@ -258,11 +381,10 @@ struct MeasuredPulse {
     double tRise;
 };
 
-bool MeasurePulseStart(const double* p, int n, double criteriaDb, MeasuredPulse* m,
-                       const GateFigures* figures) {
-    if (n < 3 || !FindFirstPulse(p, n, criteriaDb, &m->first, figures)) return false;
-    const FirstPulse& fp = m->first;
+bool MeasurePulseStart(const double* p, int n, double criteriaDb, const FirstPulse& fp,
+                       MeasuredPulse* m) {
     if (!(fp.rise >= 1 && fp.fall < n && fp.fall > fp.rise + 1)) return false;
+    m->first = fp;
     m->level = AnalysisWatts(AnalysisDbm(Mean(p, fp.rise, fp.fall - 1)) - criteriaDb);
     m->rise = fp.rise;
     return RisingCrossing(p, n, m->rise, m->level, &m->tRise);
@@ -283,35 +405,21 @@ bool RepetitionCrossing(const double* p, int n, int r, double level, double* t) 
     return true;
 }
 
-}  // namespace
-
-bool GatePulseWidth(const double* p, int n, const GateScale& s, double* usec,
-                    const GateFigures* figures) {
+bool WidthOfPulse(const double* p, int n, const GateScale& s, const FirstPulse& first,
+                  double* usec) {
     MeasuredPulse m;
-    if (!MeasurePulseStart(p, n, s.criteriaDb, &m, figures)) return false;
+    if (!MeasurePulseStart(p, n, s.criteriaDb, first, &m)) return false;
     double tFall;
     if (!FallingCrossing(p, n, m.first.fall, m.level, &tFall)) return false;
     return Finite((tFall - m.tRise) * s.sweepUsec / s.pulsePoints, usec);
 }
 
-bool GatePulsePower(const double* p, int n, const GateScale& s, double* dbm,
-                    const GateFigures* figures) {
-    MeasuredPulse m;
-    if (!MeasurePulseStart(p, n, s.criteriaDb, &m, figures)) return false;
-    const int from = m.rise + 1, to = m.first.fall - 1;
-    if (from > to) return false;
-    const double mean = Mean(p, from, to);
-    if (!(mean > 0.0)) return false;
-    return Finite(AnalysisDbm(mean), dbm);
-}
-
-bool GatePRT(const double* p, int n, const GateScale& s, double* usec, const GateFigures* figures) {
-    if (n < 3) return false;
-    FirstPulse one, two;
-    if (!FindFirstPulse(p, n, s.criteriaDb, &one, figures) || one.fall + 5 > n - 1) return false;
+bool RepetitionTime(const double* p, int n, const GateScale& s, const PulseSearch& all,
+                    const NearMean* near, double* usec) {
+    FirstPulse one = all.pulse, two;
     // The second search starts at the first pulse's falling index: the six
-    // points the finder needs are what the check above leaves.
-    if (!FindFirstPulse(p + one.fall, n - one.fall, s.criteriaDb, &two)) return false;
+    // points the finder needs are what the check leaves.
+    if (one.fall + 5 > n - 1 || !SearchRest(p, n, s.criteriaDb, all, near, &two)) return false;
     two.rise += one.fall;
     two.fall += one.fall;
     const double top1 = Mean(p, one.rise, one.fall - 1), top2 = Mean(p, two.rise, two.fall - 1);
@@ -321,6 +429,49 @@ bool GatePRT(const double* p, int n, const GateScale& s, double* usec, const Gat
         !RepetitionCrossing(p, n, two.rise, level, &t2))
         return false;
     return Finite((t2 - t1) * s.sweepUsec / s.pulsePoints, usec);
+}
+
+}  // namespace
+
+bool GatePulseWidth(const double* p, int n, const GateScale& s, double* usec,
+                    const GateFigures* figures) {
+    FirstPulse first;
+    return n >= 3 && FindFirstPulse(p, n, s.criteriaDb, &first, figures) &&
+           WidthOfPulse(p, n, s, first, usec);
+}
+
+bool GatePulsePower(const double* p, int n, const GateScale& s, double* dbm,
+                    const GateFigures* figures) {
+    FirstPulse first;
+    MeasuredPulse m;
+    if (n < 3 || !FindFirstPulse(p, n, s.criteriaDb, &first, figures) ||
+        !MeasurePulseStart(p, n, s.criteriaDb, first, &m))
+        return false;
+    const int from = m.rise + 1, to = m.first.fall - 1;
+    if (from > to) return false;
+    const double mean = Mean(p, from, to);
+    if (!(mean > 0.0)) return false;
+    return Finite(AnalysisDbm(mean), dbm);
+}
+
+bool GatePRT(const double* p, int n, const GateScale& s, double* usec, const GateFigures* figures) {
+    NearMean near;
+    PulseSearch all;
+    return n >= 3 && SearchFirstPulse(p, n, s.criteriaDb, figures, &near, &all) &&
+           RepetitionTime(p, n, s, all, &near, usec);
+}
+
+// Width and repetition time from one search for the first pulse.
+bool GateDutyCycle(const double* p, int n, const GateScale& s, double* ratio,
+                   const GateFigures* figures) {
+    NearMean near;
+    PulseSearch all;
+    double width, prt;
+    if (n < 3 || !SearchFirstPulse(p, n, s.criteriaDb, figures, &near, &all) ||
+        !WidthOfPulse(p, n, s, all.pulse, &width) || !RepetitionTime(p, n, s, all, &near, &prt) ||
+        !(prt > 0.0))
+        return false;
+    return Finite(width / prt, ratio);
 }
 
 // ---------------------------------------------------------------- operations
@@ -468,12 +619,7 @@ std::int32_t GetGatePRF(std::int32_t address, std::int32_t gate, double* hz) {
 
 std::int32_t GetGateDutyCycle(std::int32_t address, std::int32_t gate, double* ratio) {
     return MeasureGate(address, gate, ratio, [](GatePoints& g, double* v) {
-        double width, prt;
-        if (!GatePulseWidth(g.p, g.n, g.scale, &width, &g.figures) ||
-            !GatePRT(g.p, g.n, g.scale, &prt, &g.figures) ||
-            !(prt > 0.0))
-            return false;
-        return Finite(width / prt, v);
+        return GateDutyCycle(g.p, g.n, g.scale, v, &g.figures);
     });
 }
 
