@@ -100,6 +100,10 @@ struct FirstPulse {
 // `figures`: those of p when the caller has them (from RaiseToFloor), else null.
 bool FindFirstPulse(const double* p, int n, double criteriaDb, FirstPulse* pulse,
                     const GateFigures* figures = nullptr);
+// The first pulse and the first pulse of the points from its falling index
+// on (the repetition time's pair), both with indices of p.
+bool FindPulsePair(const double* p, int n, double criteriaDb, FirstPulse* one, FirstPulse* two,
+                   const GateFigures* figures = nullptr);
 bool GatePulseWidth(const double* p, int n, const GateScale& s, double* usec,
                     const GateFigures* figures = nullptr);
 bool GatePulsePower(const double* p, int n, const GateScale& s, double* dbm,

@@ -163,28 +163,18 @@ struct HighGroup {
     int count;
 };
 
-// Points near the mean (lo < p <= hi), noted on the pass that sums the high
-// group: the repetition time's second search splits the rest of the gate at a
-// mean of its own, and only points between the two means change group. Past
-// the capacity the notes stop (count -1) and that search sums the rest afresh.
-constexpr int kNearCapacity = 512;
+// Blocks of sixteen points that hold a point near the mean (lo < p <= hi),
+// noted on the pass that sums the high group: the repetition time's second
+// search splits the rest of the gate at a mean of its own, and only points
+// between the two means change group. Past the capacity the notes stop
+// (count -1) and that search sums the rest afresh.
+constexpr int kNearBlock = 16, kNearCapacity = 160;
 struct NearMean {
     double lo, hi;
     int count;
-    int at[kNearCapacity];
+    int at[kNearCapacity];  // first point of each block
+    int tail;               // the points from here on are not in blocks
 };
-
-bool Note(const double* p, int from, int to, NearMean* near) {
-    for (int i = from; i < to; ++i) {
-        if (!(p[i] > near->lo && p[i] <= near->hi)) continue;
-        if (near->count == kNearCapacity) {
-            near->count = -1;
-            return false;
-        }
-        near->at[near->count++] = i;
-    }
-    return true;
-}
 
 HighGroup AboveMean(const double* p, int n, double mean, NearMean* near = nullptr) {
     const Pair level = Both(mean), zero = {0.0, 0.0};
@@ -200,23 +190,32 @@ HighGroup AboveMean(const double* p, int n, double mean, NearMean* near = nullpt
     int i = 0;
     if (near) {
         // Near points are rare on pulse trains (a sample or two per edge), so
-        // the test on each sixteen points is a branch not taken.
+        // the test on each block is a branch not taken.
         near->count = 0;
         const Pair lo = Both(near->lo), hi = Both(near->hi);
-        for (; i + 16 <= n; i += 16) {
-            PairMask close = {0, 0};
-            for (int j = i; j < i + 16; j += 4) {
-                const Pair a = LoadPair(p + j), b = LoadPair(p + j + 2);
-                add(a, b);
-                close += (a > hi) - (a > lo);  // as lo < a <= hi, without a slow mask and
-                close += (b > hi) - (b > lo);
-            }
-            if ((close[0] | close[1]) != 0 && !Note(p, i, i + 16, near)) {
-                i += 16;
+        PairMask close;
+        const auto four = [&](const double* q) {
+            const Pair a = LoadPair(q), b = LoadPair(q + 2);
+            add(a, b);
+            close += (a > hi) - (a > lo);  // as lo < a <= hi, without a slow mask and
+            close += (b > hi) - (b > lo);
+        };
+        static_assert(kNearBlock == 16, "a block is four times four points");
+        for (; i + kNearBlock <= n; i += kNearBlock) {
+            close = PairMask {0, 0};
+            four(p + i);
+            four(p + i + 4);
+            four(p + i + 8);
+            four(p + i + 12);
+            if ((close[0] | close[1]) == 0) continue;
+            if (near->count == kNearCapacity) {
+                near->count = -1;
+                i += kNearBlock;
                 break;
             }
+            near->at[near->count++] = i;
         }
-        if (near->count >= 0) Note(p, i, n, near);
+        near->tail = i;
     }
     for (; i + 4 <= n; i += 4) add(LoadPair(p + i), LoadPair(p + i + 2));
     double h[4] = {h01[0], h01[1], h23[0], h23[1]};
@@ -272,8 +271,8 @@ bool SearchFirstPulse(const double* p, int n, double criteriaDb, const GateFigur
     s->figures = figures ? *figures : MaxAndSum(p, n);
     const double mean = s->figures.sum / n;
     if (near) {
-        near->lo = mean / 2.0;
-        near->hi = mean * 2.0;
+        near->lo = mean / 1.5;
+        near->hi = mean * 1.5;
     }
     s->high = AboveMean(p, n, mean, near);
     double level;
@@ -283,15 +282,16 @@ bool SearchFirstPulse(const double* p, int n, double criteriaDb, const GateFigur
 }
 
 // The first pulse of the points from the first pulse's falling index f on
-// (indices from f), found from what the search over the whole gate learnt instead of two more
-// passes: the rest's sum and high group are the whole gate's less its first f
-// points, with the noted near points that the rest's own mean puts in the
-// other group moved across; its largest point is the gate's unless that lies
-// before f. Subtracting rounds differently from summing the rest afresh, in
-// the last bits only; the groups are the same as the rest's own mean gives.
-// Where the notes cannot vouch for the groups (the rest's mean outside the
-// noted range, too many notes) or the first f points hold most of the sums,
-// the rest is searched afresh.
+// (indices from f), from what the search over the whole gate learnt rather
+// than two more passes over it: the rest's sum and high group are the gate's
+// less its first f points, with the points of the noted blocks that the
+// rest's own mean puts in the other group moved across; its largest point is
+// the gate's unless that lies before f. The groups are exactly those the
+// rest's mean gives; the sums differ from summing the rest afresh only in the
+// last bits, as they subtract instead of add. Where the notes cannot vouch
+// for the groups (the rest's mean outside the noted range, too many blocks),
+// where f lies past the middle or the first f points hold most of a sum (the
+// subtraction would lose digits), the rest is searched afresh.
 bool SearchRest(const double* p, int n, double criteriaDb, const PulseSearch& all,
                 const NearMean* near, FirstPulse* pulse) {
     const int f = all.pulse.fall, m = n - f;
@@ -317,13 +317,16 @@ bool SearchRest(const double* p, int n, double criteriaDb, const PulseSearch& al
         !(std::fabs(headSum) <= 16.0 * std::fabs(sum)))
         return afresh();
     HighGroup high {all.high.sum - headHigh, all.high.count - headCount};
-    for (int k = 0; k < near->count; ++k) {
-        const int i = near->at[k];
-        const double v = p[i];
-        if (i < f || (v > mean) == (v > restMean)) continue;
-        high.sum += v > restMean ? v : -v;
-        high.count += v > restMean ? 1 : -1;
-    }
+    const auto regroup = [&](int from, int to) {
+        for (int i = std::max(from, f); i < to; ++i) {
+            const double v = p[i];
+            if ((v > mean) == (v > restMean)) continue;
+            high.sum += v > restMean ? v : -v;
+            high.count += v > restMean ? 1 : -1;
+        }
+    };
+    for (int k = 0; k < near->count; ++k) regroup(near->at[k], near->at[k] + kNearBlock);
+    regroup(near->tail, n);
     if (high.count > 0 && !(std::fabs(headHigh) <= 16.0 * std::fabs(high.sum))) return afresh();
     const auto max = [&] { return headMax < all.figures.max ? all.figures.max : MaxAndSum(rest, m).max; };
     double level;
@@ -414,14 +417,19 @@ bool WidthOfPulse(const double* p, int n, const GateScale& s, const FirstPulse& 
     return Finite((tFall - m.tRise) * s.sweepUsec / s.pulsePoints, usec);
 }
 
-bool RepetitionTime(const double* p, int n, const GateScale& s, const PulseSearch& all,
-                    const NearMean* near, double* usec) {
-    FirstPulse one = all.pulse, two;
-    // The second search starts at the first pulse's falling index: the six
-    // points the finder needs are what the check leaves.
-    if (one.fall + 5 > n - 1 || !SearchRest(p, n, s.criteriaDb, all, near, &two)) return false;
-    two.rise += one.fall;
-    two.fall += one.fall;
+// The pulse after the first one's falling index f, with indices of the gate.
+bool SecondPulse(const double* p, int n, double criteriaDb, const PulseSearch& all,
+                 const NearMean* near, FirstPulse* two) {
+    const int f = all.pulse.fall;
+    // The six points the finder needs are what this check leaves.
+    if (f + 5 > n - 1 || !SearchRest(p, n, criteriaDb, all, near, two)) return false;
+    two->rise += f;
+    two->fall += f;
+    return true;
+}
+
+bool RepetitionTime(const double* p, int n, const GateScale& s, FirstPulse one, FirstPulse two,
+                    double* usec) {
     const double top1 = Mean(p, one.rise, one.fall - 1), top2 = Mean(p, two.rise, two.fall - 1);
     const double level = AnalysisWatts(AnalysisDbm(std::min(top1, top2)) - s.criteriaDb);
     double t1, t2;
@@ -454,11 +462,21 @@ bool GatePulsePower(const double* p, int n, const GateScale& s, double* dbm,
     return Finite(AnalysisDbm(mean), dbm);
 }
 
-bool GatePRT(const double* p, int n, const GateScale& s, double* usec, const GateFigures* figures) {
+bool FindPulsePair(const double* p, int n, double criteriaDb, FirstPulse* one, FirstPulse* two,
+                   const GateFigures* figures) {
     NearMean near;
     PulseSearch all;
-    return n >= 3 && SearchFirstPulse(p, n, s.criteriaDb, figures, &near, &all) &&
-           RepetitionTime(p, n, s, all, &near, usec);
+    if (!SearchFirstPulse(p, n, criteriaDb, figures, &near, &all) ||
+        !SecondPulse(p, n, criteriaDb, all, &near, two))
+        return false;
+    *one = all.pulse;
+    return true;
+}
+
+bool GatePRT(const double* p, int n, const GateScale& s, double* usec, const GateFigures* figures) {
+    FirstPulse one, two;
+    return n >= 3 && FindPulsePair(p, n, s.criteriaDb, &one, &two, figures) &&
+           RepetitionTime(p, n, s, one, two, usec);
 }
 
 // Width and repetition time from one search for the first pulse.
@@ -466,10 +484,12 @@ bool GateDutyCycle(const double* p, int n, const GateScale& s, double* ratio,
                    const GateFigures* figures) {
     NearMean near;
     PulseSearch all;
+    FirstPulse two;
     double width, prt;
     if (n < 3 || !SearchFirstPulse(p, n, s.criteriaDb, figures, &near, &all) ||
-        !WidthOfPulse(p, n, s, all.pulse, &width) || !RepetitionTime(p, n, s, all, &near, &prt) ||
-        !(prt > 0.0))
+        !WidthOfPulse(p, n, s, all.pulse, &width) ||
+        !SecondPulse(p, n, s.criteriaDb, all, &near, &two) ||
+        !RepetitionTime(p, n, s, all.pulse, two, &prt) || !(prt > 0.0))
         return false;
     return Finite(width / prt, ratio);
 }
