@@ -167,8 +167,11 @@ struct HighGroup {
 // noted on the pass that sums the high group: the repetition time's second
 // search splits the rest of the gate at a mean of its own, and only points
 // between the two means change group. Past the capacity the notes stop
-// (count -1) and that search sums the rest afresh.
+// (count -1) and that search sums the rest afresh. Near is within a factor
+// of 1.5: the tops of trains of duty cycles up to about 2/3 stay outside, and
+// the rest's mean of a gate of four or more pulses stays inside.
 constexpr int kNearBlock = 16, kNearCapacity = 160;
+constexpr double kNearRatio = 1.5;
 struct NearMean {
     double lo, hi;
     int count;
@@ -197,7 +200,9 @@ HighGroup AboveMean(const double* p, int n, double mean, NearMean* near = nullpt
         const auto four = [&](const double* q) {
             const Pair a = LoadPair(q), b = LoadPair(q + 2);
             add(a, b);
-            close += (a > hi) - (a > lo);  // as lo < a <= hi, without a slow mask and
+            // Counts lo < a <= hi as a difference: and-ing the two masks
+            // compiles to scalar code.
+            close += (a > hi) - (a > lo);
             close += (b > hi) - (b > lo);
         };
         static_assert(kNearBlock == 16, "a block is four times four points");
@@ -271,8 +276,8 @@ bool SearchFirstPulse(const double* p, int n, double criteriaDb, const GateFigur
     s->figures = figures ? *figures : MaxAndSum(p, n);
     const double mean = s->figures.sum / n;
     if (near) {
-        near->lo = mean / 1.5;
-        near->hi = mean * 1.5;
+        near->lo = mean / kNearRatio;
+        near->hi = mean * kNearRatio;
     }
     s->high = AboveMean(p, n, mean, near);
     double level;
@@ -302,7 +307,7 @@ bool SearchRest(const double* p, int n, double criteriaDb, const PulseSearch& al
         *pulse = s.pulse;
         return true;
     };
-    if (!near || near->count < 0 || f > n / 2 || m < 6) return afresh();
+    if (!near || near->count < 0 || f > n / 2) return afresh();
     const double mean = all.figures.sum / n;
     double headSum = 0.0, headHigh = 0.0, headMax = -std::numeric_limits<double>::infinity();
     int headCount = 0;
@@ -328,7 +333,9 @@ bool SearchRest(const double* p, int n, double criteriaDb, const PulseSearch& al
     for (int k = 0; k < near->count; ++k) regroup(near->at[k], near->at[k] + kNearBlock);
     regroup(near->tail, n);
     if (high.count > 0 && !(std::fabs(headHigh) <= 16.0 * std::fabs(high.sum))) return afresh();
-    const auto max = [&] { return headMax < all.figures.max ? all.figures.max : MaxAndSum(rest, m).max; };
+    const auto max = [&] {
+        return headMax < all.figures.max ? all.figures.max : MaxAndSum(rest, m).max;
+    };
     double level;
     return PulseLevel(m, sum, high, criteriaDb, max, &level) && PulseAtLevel(rest, m, level, pulse);
 }
