@@ -203,12 +203,13 @@ HighGroup AboveMean(const double* p, int n, double mean, NearMean* near = nullpt
     if (near) {
         // Near points are rare on pulse trains (a sample or two per edge), so
         // the test on each block is a branch not taken. It compares the upper
-        // 32 bits of four points at once, which costs a fifth of comparing
-        // the doubles: for doubles of 0 or more these order as the values, so
-        // every point in (lo, hi] has an upper word in [upper(lo), upper(hi)]
-        // (as have a few more, which regrouping passes over). Each point adds
-        // 1 or 0 to the block's count. A mean below 0 gives no near range the
-        // second search accepts, so the test need not hold there.
+        // 32 bits of four points at once, far cheaper than comparing the
+        // doubles two at a time: for doubles of 0 or more these order as the
+        // values, so every point in (lo, hi] has an upper word in
+        // [upper(lo), upper(hi)] (as have a few more, which regrouping passes
+        // over), and with lo >= 0 each point adds 1 or 0 to the block's count.
+        // A mean below 0 gives no near range the second search accepts, so
+        // the test need not hold there.
         static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "upper words are the odd ones");
         near->count = 0;
         const std::int32_t from = Upper(near->lo);
