@@ -95,6 +95,13 @@ void GatePRT(benchmark::State& state) {
 }
 BENCHMARK(GatePRT);
 
+void GateDutyCycle(benchmark::State& state) {
+    Gate(state, [](const double* p, const qv::GateFigures& f, double* v) {
+        return qv::GateDutyCycle(p, kPoints, kScale, v, &f);
+    });
+}
+BENCHMARK(GateDutyCycle);
+
 // The analysis trace's peak list, searched on its watts.
 void PeakSearch(benchmark::State& state) {
     const std::vector<double>& p = Train();

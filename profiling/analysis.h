@@ -100,12 +100,18 @@ struct FirstPulse {
 // `figures`: those of p when the caller has them (from RaiseToFloor), else null.
 bool FindFirstPulse(const double* p, int n, double criteriaDb, FirstPulse* pulse,
                     const GateFigures* figures = nullptr);
+// The first pulse and the first pulse of the points from its falling index
+// on (the repetition time's pair), both with indices of p.
+bool FindPulsePair(const double* p, int n, double criteriaDb, FirstPulse* one, FirstPulse* two,
+                   const GateFigures* figures = nullptr);
 bool GatePulseWidth(const double* p, int n, const GateScale& s, double* usec,
                     const GateFigures* figures = nullptr);
 bool GatePulsePower(const double* p, int n, const GateScale& s, double* dbm,
                     const GateFigures* figures = nullptr);
 bool GatePRT(const double* p, int n, const GateScale& s, double* usec,
              const GateFigures* figures = nullptr);
+bool GateDutyCycle(const double* p, int n, const GateScale& s, double* ratio,
+                   const GateFigures* figures = nullptr);
 
 std::int32_t GetGateAveragePower(std::int32_t address, std::int32_t gate, double* dbm);
 std::int32_t GetGatePeakPower(std::int32_t address, std::int32_t gate, double* dbm);

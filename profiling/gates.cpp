@@ -163,19 +163,82 @@ struct HighGroup {
     int count;
 };
 
-HighGroup AboveMean(const double* p, int n, double mean) {
+// Blocks of sixteen points that hold a point near the mean (lo < p <= hi),
+// noted on the pass that sums the high group: the repetition time's second
+// search splits the rest of the gate at a mean of its own, and only points
+// between the two means change group. Past the capacity the notes stop
+// (count -1) and that search sums the rest afresh. Near is within a factor
+// of 1.5: the tops of trains of duty cycles up to about 2/3 stay outside, and
+// the rest's mean of a gate of four or more pulses stays inside.
+constexpr int kNearBlock = 16, kNearCapacity = 160;
+constexpr double kNearRatio = 1.5;
+struct NearMean {
+    double lo, hi;
+    int count;
+    int at[kNearCapacity];  // first point of each block
+    int tail;               // the points from here on are not in blocks
+};
+
+// Four 32-bit integers, and the upper 32 bits of a double.
+typedef std::int32_t Quad __attribute__((vector_size(16)));
+Quad Four(std::int32_t v) { return Quad {v, v, v, v}; }
+std::int32_t Upper(double v) {
+    std::uint64_t bits;
+    std::memcpy(&bits, &v, sizeof bits);
+    return static_cast<std::int32_t>(bits >> 32);
+}
+
+HighGroup AboveMean(const double* p, int n, double mean, NearMean* near = nullptr) {
     const Pair level = Both(mean), zero = {0.0, 0.0};
     Pair h01 = zero, h23 = zero;
     PairMask c01 = {0, 0}, c23 = c01;
-    int i = 0;
-    for (; i + 4 <= n; i += 4) {
-        const Pair a = LoadPair(p + i), b = LoadPair(p + i + 2);
+    const auto add = [&](Pair a, Pair b) {
         const PairMask above01 = a > level, above23 = b > level;
         h01 += above01 ? a : zero;
         h23 += above23 ? b : zero;
         c01 -= above01;
         c23 -= above23;
+    };
+    int i = 0;
+    if (near) {
+        // Near points are rare on pulse trains (a sample or two per edge), so
+        // the test on each block is a branch not taken. It compares the upper
+        // 32 bits of four points at once, far cheaper than comparing the
+        // doubles two at a time: for doubles of 0 or more these order as the
+        // values, so every point in (lo, hi] has an upper word in
+        // [upper(lo), upper(hi)] (as have a few more, which regrouping passes
+        // over), and with lo >= 0 each point adds 1 or 0 to the block's count.
+        // A mean below 0 gives no near range the second search accepts, so
+        // the test need not hold there.
+        static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "upper words are the odd ones");
+        near->count = 0;
+        const std::int32_t from = Upper(near->lo);
+        const Quad below = Four(from == INT32_MIN ? from : from - 1), hi = Four(Upper(near->hi));
+        Quad close;
+        const auto four = [&](const double* q) {
+            const Pair a = LoadPair(q), b = LoadPair(q + 2);
+            add(a, b);
+            const Quad upper = __builtin_shufflevector((Quad)a, (Quad)b, 1, 3, 5, 7);
+            close += (upper > hi) - (upper > below);  // and-ing two masks is slower
+        };
+        static_assert(kNearBlock == 16, "a block is four times four points");
+        for (; i + kNearBlock <= n; i += kNearBlock) {
+            close = Four(0);
+            four(p + i);
+            four(p + i + 4);
+            four(p + i + 8);
+            four(p + i + 12);
+            if ((close[0] | close[1] | close[2] | close[3]) == 0) continue;
+            if (near->count == kNearCapacity) {
+                near->count = -1;
+                i += kNearBlock;
+                break;
+            }
+            near->at[near->count++] = i;
+        }
+        near->tail = i;
     }
+    for (; i + 4 <= n; i += 4) add(LoadPair(p + i), LoadPair(p + i + 2));
     double h[4] = {h01[0], h01[1], h23[0], h23[1]};
     long long count = c01[0] + c01[1] + c23[0] + c23[1];
     for (; i < n; ++i) {  // the last points keep their lanes
@@ -183,6 +246,114 @@ HighGroup AboveMean(const double* p, int n, double mean) {
         count += p[i] > mean;
     }
     return {(h[0] + h[1]) + (h[2] + h[3]), static_cast<int>(count)};
+}
+
+// The finder's level for n points of the given sum and high group; the
+// largest point is asked for only when the level is taken from it.
+template <class Max>
+bool PulseLevel(int n, double sum, const HighGroup& high, double criteriaDb, Max max,
+                double* level) {
+    const double mean = sum / n;
+    const double lowSum = sum - high.sum;
+    const int lowCount = n - high.count;
+    if (lowCount == 0 || high.count == 0) return false;
+    const double highMean = high.sum / high.count, lowMean = lowSum / lowCount;
+    // A shallow pulse (its top less than the criteria above the mean) is cut
+    // at the criteria below its maximum; a deep one half-way between the groups.
+    *level = AnalysisDbm(highMean) - AnalysisDbm(mean) < criteriaDb
+                 ? AnalysisWatts(AnalysisDbm(max()) - criteriaDb)
+                 : (lowMean + highMean) / 2.0;
+    return true;
+}
+
+bool PulseAtLevel(const double* p, int n, double level, FirstPulse* pulse) {
+    int i = 0;
+    while (i < n && p[i] >= level) ++i;
+    while (i < n && !(p[i] > level)) ++i;
+    if (i >= n) return false;
+    const int rise = i;
+    for (++i; i < n && !(p[i] < level); ++i) {}
+    if (i >= n) return false;
+    pulse->rise = rise;
+    pulse->fall = i;
+    return true;
+}
+
+// What the finder learnt about the whole gate, kept for a second search.
+struct PulseSearch {
+    GateFigures figures;
+    HighGroup high;
+    FirstPulse pulse;
+};
+
+bool SearchFirstPulse(const double* p, int n, double criteriaDb, const GateFigures* figures,
+                      NearMean* near, PulseSearch* s) {
+    if (n < 6) return false;
+    s->figures = figures ? *figures : MaxAndSum(p, n);
+    const double mean = s->figures.sum / n;
+    if (near) {
+        near->lo = mean / kNearRatio;
+        near->hi = mean * kNearRatio;
+    }
+    s->high = AboveMean(p, n, mean, near);
+    double level;
+    return PulseLevel(n, s->figures.sum, s->high, criteriaDb, [&] { return s->figures.max; },
+                      &level) &&
+           PulseAtLevel(p, n, level, &s->pulse);
+}
+
+// The first pulse of the points from the first pulse's falling index f on
+// (indices from f), from what the search over the whole gate learnt rather
+// than two more passes over it: the rest's sum and high group are the gate's
+// less its first f points, with the points of the noted blocks that the
+// rest's own mean puts in the other group moved across; its largest point is
+// the gate's unless that lies before f. The groups are exactly those the
+// rest's mean gives; the sums differ from summing the rest afresh only in the
+// last bits, as they subtract instead of add. Where the notes cannot vouch
+// for the groups (the rest's mean outside the noted range, too many blocks),
+// where f lies past the middle or the first f points hold most of a sum (the
+// subtraction would lose digits), the rest is searched afresh.
+bool SearchRest(const double* p, int n, double criteriaDb, const PulseSearch& all,
+                const NearMean* near, FirstPulse* pulse) {
+    const int f = all.pulse.fall, m = n - f;
+    const double* rest = p + f;
+    const auto afresh = [&] {
+        PulseSearch s;
+        if (!SearchFirstPulse(rest, m, criteriaDb, nullptr, nullptr, &s)) return false;
+        *pulse = s.pulse;
+        return true;
+    };
+    if (!near || near->count < 0 || f > n / 2) return afresh();
+    const double mean = all.figures.sum / n;
+    double headSum = 0.0, headHigh = 0.0, headMax = -std::numeric_limits<double>::infinity();
+    int headCount = 0;
+    for (int i = 0; i < f; ++i) {
+        headSum += p[i];
+        headHigh += p[i] > mean ? p[i] : 0.0;
+        headCount += p[i] > mean;
+        headMax = p[i] > headMax ? p[i] : headMax;
+    }
+    const double sum = all.figures.sum - headSum, restMean = sum / m;
+    if (!(near->lo <= std::min(mean, restMean) && std::max(mean, restMean) <= near->hi) ||
+        !(std::fabs(headSum) <= 16.0 * std::fabs(sum)))
+        return afresh();
+    HighGroup high {all.high.sum - headHigh, all.high.count - headCount};
+    const auto regroup = [&](int from, int to) {
+        for (int i = std::max(from, f); i < to; ++i) {
+            const double v = p[i];
+            if ((v > mean) == (v > restMean)) continue;
+            high.sum += v > restMean ? v : -v;
+            high.count += v > restMean ? 1 : -1;
+        }
+    };
+    for (int k = 0; k < near->count; ++k) regroup(near->at[k], near->at[k] + kNearBlock);
+    regroup(near->tail, n);
+    if (high.count > 0 && !(std::fabs(headHigh) <= 16.0 * std::fabs(high.sum))) return afresh();
+    const auto max = [&] {
+        return headMax < all.figures.max ? all.figures.max : MaxAndSum(rest, m).max;
+    };
+    double level;
+    return PulseLevel(m, sum, high, criteriaDb, max, &level) && PulseAtLevel(rest, m, level, pulse);
 }
 
 }  // namespace
@@ -193,31 +364,9 @@ GateFigures RaiseToFloor(const double* p, int n, double floor, double* out) {
 
 bool FindFirstPulse(const double* p, int n, double criteriaDb, FirstPulse* pulse,
                     const GateFigures* figures) {
-    if (n < 6) return false;
-    const GateFigures f = figures ? *figures : MaxAndSum(p, n);
-    const double max = f.max, sum = f.sum;
-    const double mean = sum / n;
-    const HighGroup high = AboveMean(p, n, mean);
-    const double highSum = high.sum;
-    const int highCount = high.count;
-    const double lowSum = sum - highSum;
-    const int lowCount = n - highCount;
-    if (lowCount == 0 || highCount == 0) return false;
-    const double highMean = highSum / highCount, lowMean = lowSum / lowCount;
-    // A shallow pulse (its top less than the criteria above the mean) is cut
-    // at the criteria below its maximum; a deep one half-way between the groups.
-    const double level = AnalysisDbm(highMean) - AnalysisDbm(mean) < criteriaDb
-                             ? AnalysisWatts(AnalysisDbm(max) - criteriaDb)
-                             : (lowMean + highMean) / 2.0;
-    int i = 0;
-    while (i < n && p[i] >= level) ++i;
-    while (i < n && !(p[i] > level)) ++i;
-    if (i >= n) return false;
-    const int rise = i;
-    for (++i; i < n && !(p[i] < level); ++i) {}
-    if (i >= n) return false;
-    pulse->rise = rise;
-    pulse->fall = i;
+    PulseSearch s;
+    if (!SearchFirstPulse(p, n, criteriaDb, figures, nullptr, &s)) return false;
+    *pulse = s.pulse;
     return true;
 }
 
@@ -258,11 +407,10 @@ struct MeasuredPulse {
     double tRise;
 };
 
-bool MeasurePulseStart(const double* p, int n, double criteriaDb, MeasuredPulse* m,
-                       const GateFigures* figures) {
-    if (n < 3 || !FindFirstPulse(p, n, criteriaDb, &m->first, figures)) return false;
-    const FirstPulse& fp = m->first;
+bool MeasurePulseStart(const double* p, int n, double criteriaDb, const FirstPulse& fp,
+                       MeasuredPulse* m) {
     if (!(fp.rise >= 1 && fp.fall < n && fp.fall > fp.rise + 1)) return false;
+    m->first = fp;
     m->level = AnalysisWatts(AnalysisDbm(Mean(p, fp.rise, fp.fall - 1)) - criteriaDb);
     m->rise = fp.rise;
     return RisingCrossing(p, n, m->rise, m->level, &m->tRise);
@@ -283,37 +431,28 @@ bool RepetitionCrossing(const double* p, int n, int r, double level, double* t) 
     return true;
 }
 
-}  // namespace
-
-bool GatePulseWidth(const double* p, int n, const GateScale& s, double* usec,
-                    const GateFigures* figures) {
+bool WidthOfPulse(const double* p, int n, const GateScale& s, const FirstPulse& first,
+                  double* usec) {
     MeasuredPulse m;
-    if (!MeasurePulseStart(p, n, s.criteriaDb, &m, figures)) return false;
+    if (!MeasurePulseStart(p, n, s.criteriaDb, first, &m)) return false;
     double tFall;
     if (!FallingCrossing(p, n, m.first.fall, m.level, &tFall)) return false;
     return Finite((tFall - m.tRise) * s.sweepUsec / s.pulsePoints, usec);
 }
 
-bool GatePulsePower(const double* p, int n, const GateScale& s, double* dbm,
-                    const GateFigures* figures) {
-    MeasuredPulse m;
-    if (!MeasurePulseStart(p, n, s.criteriaDb, &m, figures)) return false;
-    const int from = m.rise + 1, to = m.first.fall - 1;
-    if (from > to) return false;
-    const double mean = Mean(p, from, to);
-    if (!(mean > 0.0)) return false;
-    return Finite(AnalysisDbm(mean), dbm);
+// The pulse after the first one's falling index f, with indices of the gate.
+bool SecondPulse(const double* p, int n, double criteriaDb, const PulseSearch& all,
+                 const NearMean* near, FirstPulse* two) {
+    const int f = all.pulse.fall;
+    // The six points the finder needs are what this check leaves.
+    if (f + 5 > n - 1 || !SearchRest(p, n, criteriaDb, all, near, two)) return false;
+    two->rise += f;
+    two->fall += f;
+    return true;
 }
 
-bool GatePRT(const double* p, int n, const GateScale& s, double* usec, const GateFigures* figures) {
-    if (n < 3) return false;
-    FirstPulse one, two;
-    if (!FindFirstPulse(p, n, s.criteriaDb, &one, figures) || one.fall + 5 > n - 1) return false;
-    // The second search starts at the first pulse's falling index: the six
-    // points the finder needs are what the check above leaves.
-    if (!FindFirstPulse(p + one.fall, n - one.fall, s.criteriaDb, &two)) return false;
-    two.rise += one.fall;
-    two.fall += one.fall;
+bool RepetitionTime(const double* p, int n, const GateScale& s, FirstPulse one, FirstPulse two,
+                    double* usec) {
     const double top1 = Mean(p, one.rise, one.fall - 1), top2 = Mean(p, two.rise, two.fall - 1);
     const double level = AnalysisWatts(AnalysisDbm(std::min(top1, top2)) - s.criteriaDb);
     double t1, t2;
@@ -321,6 +460,61 @@ bool GatePRT(const double* p, int n, const GateScale& s, double* usec, const Gat
         !RepetitionCrossing(p, n, two.rise, level, &t2))
         return false;
     return Finite((t2 - t1) * s.sweepUsec / s.pulsePoints, usec);
+}
+
+}  // namespace
+
+bool GatePulseWidth(const double* p, int n, const GateScale& s, double* usec,
+                    const GateFigures* figures) {
+    FirstPulse first;
+    return n >= 3 && FindFirstPulse(p, n, s.criteriaDb, &first, figures) &&
+           WidthOfPulse(p, n, s, first, usec);
+}
+
+bool GatePulsePower(const double* p, int n, const GateScale& s, double* dbm,
+                    const GateFigures* figures) {
+    FirstPulse first;
+    MeasuredPulse m;
+    if (n < 3 || !FindFirstPulse(p, n, s.criteriaDb, &first, figures) ||
+        !MeasurePulseStart(p, n, s.criteriaDb, first, &m))
+        return false;
+    const int from = m.rise + 1, to = m.first.fall - 1;
+    if (from > to) return false;
+    const double mean = Mean(p, from, to);
+    if (!(mean > 0.0)) return false;
+    return Finite(AnalysisDbm(mean), dbm);
+}
+
+bool FindPulsePair(const double* p, int n, double criteriaDb, FirstPulse* one, FirstPulse* two,
+                   const GateFigures* figures) {
+    NearMean near;
+    PulseSearch all;
+    if (!SearchFirstPulse(p, n, criteriaDb, figures, &near, &all) ||
+        !SecondPulse(p, n, criteriaDb, all, &near, two))
+        return false;
+    *one = all.pulse;
+    return true;
+}
+
+bool GatePRT(const double* p, int n, const GateScale& s, double* usec, const GateFigures* figures) {
+    FirstPulse one, two;
+    return n >= 3 && FindPulsePair(p, n, s.criteriaDb, &one, &two, figures) &&
+           RepetitionTime(p, n, s, one, two, usec);
+}
+
+// Width and repetition time from one search for the first pulse.
+bool GateDutyCycle(const double* p, int n, const GateScale& s, double* ratio,
+                   const GateFigures* figures) {
+    NearMean near;
+    PulseSearch all;
+    FirstPulse two;
+    double width, prt;
+    if (n < 3 || !SearchFirstPulse(p, n, s.criteriaDb, figures, &near, &all) ||
+        !WidthOfPulse(p, n, s, all.pulse, &width) ||
+        !SecondPulse(p, n, s.criteriaDb, all, &near, &two) ||
+        !RepetitionTime(p, n, s, all.pulse, two, &prt) || !(prt > 0.0))
+        return false;
+    return Finite(width / prt, ratio);
 }
 
 // ---------------------------------------------------------------- operations
@@ -468,12 +662,7 @@ std::int32_t GetGatePRF(std::int32_t address, std::int32_t gate, double* hz) {
 
 std::int32_t GetGateDutyCycle(std::int32_t address, std::int32_t gate, double* ratio) {
     return MeasureGate(address, gate, ratio, [](GatePoints& g, double* v) {
-        double width, prt;
-        if (!GatePulseWidth(g.p, g.n, g.scale, &width, &g.figures) ||
-            !GatePRT(g.p, g.n, g.scale, &prt, &g.figures) ||
-            !(prt > 0.0))
-            return false;
-        return Finite(width / prt, v);
+        return GateDutyCycle(g.p, g.n, g.scale, v, &g.figures);
     });
 }
 

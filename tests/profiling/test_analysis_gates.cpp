@@ -225,6 +225,32 @@ TEST(GateAlgorithms, FirstPulseLevelFollowsTheDepthOfThePulse) {
     EXPECT_FALSE(FindFirstPulse(late.data(), 5, 3.0, &f));  // fewer than 6 points
 }
 
+// The repetition time's second pulse comes from the first search's sums with
+// the points between the gate's mean and the rest's mean moved across, and
+// from the rest's own maximum: it must be the rest's first pulse.
+TEST(GateAlgorithms, SecondPulseIsTheFirstPulseOfTheRest) {
+    struct Case {
+        std::vector<double> p;
+        double criteria;
+        FirstPulse one, two;
+    };
+    const Case cases[] = {
+        {{2, 6, 2, 8, 5, 8, 5, 2}, 1.0, {1, 2}, {3, 4}},  // means 4.75 and 5: the 5s go low
+        // Means 3.375 and 2.5: the 3s go high; sixteen points are one block.
+        {{10, 2, 2, 10, 3, 5, 4, 3, 2, 6, 1, 1, 2, 1, 1, 1}, 1.0, {3, 4}, {9, 10}},
+        // Shallow rest: its level is 3 dB below its own maximum (6), not the gate's (10).
+        {{1, 3, 10, 3, 2, 4, 6, 3, 5, 2}, 3.0, {2, 3}, {5, 7}},
+    };
+    for (const Case& c : cases) {
+        FirstPulse one {}, two {};
+        ASSERT_TRUE(FindPulsePair(c.p.data(), static_cast<int>(c.p.size()), c.criteria, &one, &two));
+        EXPECT_EQ(one.rise, c.one.rise);
+        EXPECT_EQ(one.fall, c.one.fall);
+        EXPECT_EQ(two.rise, c.two.rise) << c.p.size() << " points";
+        EXPECT_EQ(two.fall, c.two.fall) << c.p.size() << " points";
+    }
+}
+
 TEST_F(AnalysisTest, PulseWidthPeriodAndDutyCycleOfATrain) {
     // 1000 us over 10000 points: 0.1 us per point; pulses of 4 points every 8.
     Freeze(Pulses(24, kB, 1e-3, {{4, 8}, {12, 16}, {20, 24}}), 1000.0);
