@@ -187,6 +187,7 @@ void Report(benchmark::State& state, const Split& before) {
     const double emulation = inIoctl + handler - handlerSensor;
     const double driverCalls = static_cast<double>(after.driverCalls - before.driverCalls) / n;
     const double probe = (calls + driverCalls) * 2 * read;
+    const double net = caller + handler + others - emulation - probe;
     state.counters["caller_us"] = caller;
     state.counters["in_ioctl_us"] = inIoctl;
     state.counters["in_wait_us"] = us(a.ns[usbprobe::kPoll] + a.ns[usbprobe::kTimerfd], b.ns[usbprobe::kPoll] + b.ns[usbprobe::kTimerfd]);
@@ -195,9 +196,9 @@ void Report(benchmark::State& state, const Split& before) {
     state.counters["others_us"] = others;
     state.counters["emulation_us"] = emulation;
     state.counters["probe_us"] = probe;
-    state.counters["net_us"] = caller + handler + others - emulation - probe;
+    state.counters["net_us"] = net;
     state.counters["sensor_calls"] = driverCalls + static_cast<double>(after.handlerSensorCalls - before.handlerSensorCalls) / n;
-    state.counters["beside_sensor_us"] = caller + handler + others - emulation - probe - sensor;
+    state.counters["beside_sensor_us"] = net - sensor;
     static const char* const kNames[usbprobe::kKinds] = {"submit", "reap", "empty_reap", "discard", "other_ioctl",
                                                          "poll", "timerfd"};
     for (int k = 0; k < usbprobe::kKinds; ++k)

@@ -7,19 +7,13 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 
 #include "device/driver_abi.h"
+#include "usb_syscall_probe.h"
 
 namespace {
 
 std::atomic<std::uint64_t> g_ns{0}, g_calls{0};
-
-std::uint64_t ThreadNs() {
-    timespec t{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
-    return static_cast<std::uint64_t>(t.tv_sec) * 1000000000u + static_cast<std::uint64_t>(t.tv_nsec);
-}
 
 template <typename F>
 F Simulator(const char* name) {
@@ -35,9 +29,9 @@ F Simulator(const char* name) {
 // Books the time of a call that returns (one that throws is not booked).
 template <typename Call>
 auto Timed(Call call) {
-    const std::uint64_t start = ThreadNs();
+    const std::uint64_t start = usbprobe::OwnCpuNs();
     const auto result = call();
-    g_ns += ThreadNs() - start;
+    g_ns += usbprobe::OwnCpuNs() - start;
     ++g_calls;
     return result;
 }

@@ -23,12 +23,6 @@ namespace {
 thread_local bool t_watched = false;
 Tally g_tally;  // written by the watched thread only
 
-std::uint64_t OwnCpuNs() {
-    timespec t{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
-    return static_cast<std::uint64_t>(t.tv_sec) * 1000000000u + static_cast<std::uint64_t>(t.tv_nsec);
-}
-
 template <typename F>
 F Next(const char* name) {
     void* f = dlsym(RTLD_NEXT, name);

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstdint>
+#include <ctime>
 
 namespace usbprobe {
 
@@ -32,6 +33,14 @@ struct Tally {
 void Watch(bool on);
 // What the watched thread has done so far.
 Tally Totals();
+
+// The calling thread's CPU time, nanoseconds (header-only: the timed copy of
+// the simulator's driver reads it too).
+inline std::uint64_t OwnCpuNs() {
+    timespec t{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
+    return static_cast<std::uint64_t>(t.tv_sec) * 1000000000u + static_cast<std::uint64_t>(t.tv_nsec);
+}
 
 // What one read of the thread's CPU clock costs, nanoseconds (the wrappers
 // read it twice per call).
